@@ -1,0 +1,78 @@
+# shellcheck shell=bash
+# What the recipes share. A recipe is run with
+#   ROOT      the checkout
+#   PLATFORM  linux, windows, linux-asan or linux-tsan
+#   WORK      its own folder, which holds the unpacked and patched `source`
+#   NEEDED    the prefixes of the libraries that this one is built on
+# and leaves the finished library in WORK/prefix. That folder is moved
+# afterwards and may move again: nothing in it names its own place.
+# shellcheck disable=SC2034  # some are for the recipes that source this file
+set -euo pipefail
+export LC_ALL=C SOURCE_DATE_EPOCH=1
+SOURCE=$WORK/source
+PREFIX=$WORK/prefix
+JOBS=$(nproc)
+
+# No build path stays in the objects.
+FLAGS=(-fvisibility=hidden "-ffile-prefix-map=$WORK/=")
+OPTIONS=()
+case $PLATFORM in
+  linux | windows)
+    # Machine code and link-time optimisation data side by side: whoever links
+    # decides which of the two is used.
+    FLAGS+=(-flto -ffat-lto-objects)
+    OPTIONS+=(-DCMAKE_BUILD_TYPE=Release)
+    ;;
+  linux-asan) FLAGS+=(-fsanitize=address -fno-omit-frame-pointer) ;;
+  linux-tsan) FLAGS+=(-fsanitize=thread -fno-omit-frame-pointer) ;;
+esac
+case $PLATFORM in
+  windows)
+    OPTIONS+=(
+      -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchains/mingw-w64.cmake"
+      -DCMAKE_FIND_ROOT_PATH="${NEEDED// /;}")
+    ;;
+  *)
+    # The archiver that knows link-time optimisation data.
+    OPTIONS+=(
+      -DCMAKE_C_COMPILER=gcc -DCMAKE_AR=/usr/bin/gcc-ar -DCMAKE_RANLIB=/usr/bin/gcc-ranlib
+      -DCMAKE_POSITION_INDEPENDENT_CODE=ON)
+    ;;
+esac
+case $PLATFORM in
+  linux-*san) OPTIONS+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
+esac
+
+# An option that this version doesn't know would be ignored by CMake with no
+# more than a warning.
+refuse_unknown_options() {
+  ! grep -A 20 'Manually-specified variables were not used' "$1"
+}
+
+# pkg-config files that find the prefix from where they are themselves.
+relocate_pkgconfig() {
+  # shellcheck disable=SC2016  # pcfiledir is for pkg-config to fill in
+  sed -i -e "s#$PREFIX#\${prefix}#g" -e 's#^prefix=.*#prefix=${pcfiledir}/../..#' \
+    "$PREFIX"/lib/pkgconfig/*.pc
+}
+
+# build_with_cmake OPTION...
+build_with_cmake() {
+  cmake -G Ninja -S "$SOURCE" -B "$WORK/build" \
+    -DCMAKE_C_FLAGS="${FLAGS[*]}" -DCMAKE_INSTALL_PREFIX="$PREFIX" -DCMAKE_INSTALL_LIBDIR=lib \
+    -DCMAKE_PREFIX_PATH="${NEEDED// /;}" \
+    -DCMAKE_PROJECT_INCLUDE="$ROOT/deps/recipes/common.cmake" \
+    "${OPTIONS[@]}" "$@" 2>&1 | tee "$WORK/configure.log"
+  refuse_unknown_options "$WORK/configure.log"
+  cmake --build "$WORK/build" -j "$JOBS"
+  cmake --install "$WORK/build"
+  relocate_pkgconfig
+}
+
+# add_licence NAME FILE...: the texts that go into the third-party notices.
+add_licence() {
+  local name=$1
+  shift
+  mkdir -p "$PREFIX/licenses"
+  cat "${@/#/$SOURCE/}" >"$PREFIX/licenses/$name.txt"
+}
