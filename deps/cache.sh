@@ -22,64 +22,69 @@ unlock_cache() { exec {lock_fd}>&-; }
 # carry link-time optimisation data fit only the very compiler that made them.
 tools_of() {
   case $1 in
-    windows) x86_64-w64-mingw32-gcc-posix --version | head -n1 ;;
-    *) gcc --version | head -n1 && dpkg-query -W libssl-dev ;;
+    windows) x86_64-w64-mingw32-gcc-posix --version | sed -n 1p ;;
+    *) gcc --version | sed -n 1p && dpkg-query -W libssl-dev ;;
   esac
 }
 
 patches_of() { find "$ROOT/deps/patches" -name "$1-*.patch" | LC_ALL=C sort; }
 
-# key_of NAME PLATFORM: a digest of all that decides what is built.
-key_of() {
+# all_that_decides NAME PLATFORM: prints what makes a build differ.
+all_that_decides() {
   local needed
-  {
-    grep "^$1 " "$ROOT/deps/sources.txt"
-    patches_of "$1" | xargs -r cat
-    cat "$ROOT/deps/recipes/$1.sh" "$ROOT"/deps/recipes/common.*
-    [[ $2 != windows ]] || cat "$ROOT/cmake/toolchains/mingw-w64.cmake"
-    tools_of "$2"
-    options_of "$1"
-    for needed in $(needs_of "$1" "$2"); do
-      key_of "$needed" "$2"
-    done
-  } | sha256sum | cut -c1-16
+  grep "^$1 " "$ROOT/deps/sources.txt"
+  patches_of "$1" | xargs -r cat
+  cat "$ROOT/deps/recipes/$1.sh" "$ROOT"/deps/recipes/common.*
+  [[ $2 != windows ]] || cat "$ROOT/cmake/toolchains/mingw-w64.cmake"
+  tools_of "$2"
+  options_of "$1"
+  for needed in $(needs_of "$1" "$2"); do
+    all_that_decides "$needed" "$2"
+  done
 }
 
+digest() { sha256sum | cut -c1-16; }
+
+# entry_of NAME PLATFORM: prints the entry's place in the cache.
 entry_of() {
+  local key
   pin_of "$1"
-  printf '%s/%s-%s-%s' "$2" "$1" "$pin_version" "$(key_of "$1" "$2")"
+  key=$(all_that_decides "$1" "$2" | digest)
+  printf '%s/%s-%s-%s' "$2" "$1" "$pin_version" "$key"
 }
 
+# unpack_source NAME ARCHIVE FOLDER
 unpack_source() {
   local patch
-  fetch_source "$1"
-  mkdir -p "$2"
-  tar -xf "$archive" -C "$2" --strip-components=1
+  mkdir -p "$3"
+  tar -xf "$2" -C "$3" --strip-components=1
   for patch in $(patches_of "$1"); do
-    patch -d "$2" -p1 --batch --forward --fuzz=0 --silent <"$patch" >/dev/null ||
+    patch -d "$3" -p1 --batch --forward --fuzz=0 --silent <"$patch" >/dev/null ||
       die "deps/patches/${patch##*/} does not fit $1 $pin_version"
   done
 }
 
 # build_entry NAME PLATFORM: makes the library's entry unless it is there.
 build_entry() {
-  local entry work log needed started=$SECONDS prefixes=()
+  local entry archive work log needed started=$SECONDS prefixes=()
   entry=$(entry_of "$1" "$2")
   [[ ! -d $CACHE/$entry ]] || return 0
+  archive=$(fetch_source "$1")
   lock_cache "${entry//\//-}"
   if [[ ! -d $CACHE/$entry ]]; then
     work=$CACHE/work/$entry
     log=$CACHE/logs/$entry.log
     rm -rf "$work"
     mkdir -p "$work" "${log%/*}" "$CACHE/$2"
-    unpack_source "$1" "$work/source"
+    unpack_source "$1" "$archive" "$work/source"
     for needed in $(needs_of "$1" "$2"); do
-      prefixes+=("$CACHE/$(entry_of "$needed" "$2")")
+      needed=$(entry_of "$needed" "$2")
+      prefixes+=("$CACHE/$needed")
     done
     pin_of "$1"
     say "building $1 $pin_version for $2"
-    PLATFORM=$2 WORK=$work NEEDED="${prefixes[*]}" ROOT=$ROOT \
-      bash "$ROOT/deps/recipes/$1.sh" >"$log" 2>&1 </dev/null || {
+    export ROOT PLATFORM=$2 WORK=$work NEEDED="${prefixes[*]}"
+    bash "$ROOT/deps/recipes/$1.sh" >"$log" 2>&1 </dev/null || {
       tail -n 20 "$log" >&2
       die "building $1 for $2 failed; the whole log is $log"
     }
@@ -93,21 +98,21 @@ build_entry() {
 # assemble_prefix PLATFORM NAME...: one prefix of all the libraries' entries,
 # by hard links. Prints its path.
 assemble_prefix() {
-  local platform=$1 name entries=() key prefix work
+  local platform=$1 name entry entries=() prefix work
   shift
   for name in "$@"; do
-    entries+=("$(entry_of "$name" "$platform")")
+    entry=$(entry_of "$name" "$platform")
+    entries+=("$entry")
   done
-  key=$(printf '%s\n' "${entries[@]}" | sha256sum | cut -c1-16)
-  prefix=$platform/prefix-$key
+  prefix=$platform/prefix-$(printf '%s\n' "${entries[@]}" | digest)
   if [[ ! -d $CACHE/$prefix ]]; then
     lock_cache "${prefix//\//-}"
     if [[ ! -d $CACHE/$prefix ]]; then
       work=$CACHE/work/$prefix
       rm -rf "$work"
       mkdir -p "$work"
-      for name in "${entries[@]}"; do
-        cp -al "$CACHE/$name/." "$work/"
+      for entry in "${entries[@]}"; do
+        cp -al "$CACHE/$entry/." "$work/"
       done
       mv -T "$work" "$CACHE/$prefix"
     fi

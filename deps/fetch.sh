@@ -49,14 +49,15 @@ take_from() {
 sum_of() { sha256sum <"$1" | cut -d' ' -f1; }
 
 # fetch_source NAME: puts the verified archive into the cache, unless it is
-# there, and sets `archive` to its path.
+# there, and prints its path.
 fetch_source() {
-  local place tried=() incoming sum
+  local archive place tried=() incoming sum
   pin_of "$1"
   archive=$CACHE/archives/$pin_file
   lock_cache "fetch-$pin_file"
   if [[ -f $archive && $(sum_of "$archive") == "$pin_sum" ]]; then
     unlock_cache
+    printf '%s' "$archive"
     return
   fi
   incoming=$CACHE/work/fetch-$pin_file
@@ -71,6 +72,7 @@ fetch_source() {
     mv -f "$incoming/$pin_file" "$archive"
     rm -rf "$incoming"
     unlock_cache
+    printf '%s' "$archive"
     return
   done < <(places_of_pin)
   die "$pin_file: not found; tried $(printf '%s, ' "${tried[@]}" | sed 's/, $//')"

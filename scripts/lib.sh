@@ -49,10 +49,10 @@ need_packages() {
   log=$(mktemp)
   if [[ -z ${APT_LISTS_FRESH:-} ]]; then
     apt_quietly update >"$log" 2>&1 ||
-      die "apt-get update failed: $(grep -m1 '^E:' "$log")"
+      die "apt-get update failed: $(grep -m1 '^E:' "$log") (log: $log)"
     export APT_LISTS_FRESH=1
   fi
   apt_quietly install --no-install-recommends "${missing[@]}" >"$log" 2>&1 ||
-    die "could not install ${missing[*]}: $(grep -m1 '^E:' "$log")"
+    die "could not install ${missing[*]}: $(grep -m1 '^E:' "$log") (log: $log)"
   rm -f "$log"
 }

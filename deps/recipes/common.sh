@@ -49,11 +49,18 @@ refuse_unknown_options() {
   ! grep -A 20 'Manually-specified variables were not used' "$1"
 }
 
-# pkg-config files that find the prefix from where they are themselves.
-relocate_pkgconfig() {
+# Leaves headers, libraries and their descriptions, all of which find the
+# prefix from where they are themselves.
+finish_prefix() {
+  local prefix
+  rm -rf "$PREFIX/bin" "$PREFIX/share"
+  for prefix in "$PREFIX" $NEEDED; do
+    sed -i "s#$prefix#\${prefix}#g" "$PREFIX"/lib/pkgconfig/*.pc
+    find "$PREFIX/lib/cmake" -name '*Config.cmake' -exec \
+      sed -i "s#$prefix#\${PACKAGE_PREFIX_DIR}#g" {} +
+  done
   # shellcheck disable=SC2016  # pcfiledir is for pkg-config to fill in
-  sed -i -e "s#$PREFIX#\${prefix}#g" -e 's#^prefix=.*#prefix=${pcfiledir}/../..#' \
-    "$PREFIX"/lib/pkgconfig/*.pc
+  sed -i 's#^prefix=.*#prefix=${pcfiledir}/../..#' "$PREFIX"/lib/pkgconfig/*.pc
 }
 
 # build_with_cmake OPTION...
@@ -66,7 +73,7 @@ build_with_cmake() {
   refuse_unknown_options "$WORK/configure.log"
   cmake --build "$WORK/build" -j "$JOBS"
   cmake --install "$WORK/build"
-  relocate_pkgconfig
+  finish_prefix
 }
 
 # add_licence NAME FILE...: the texts that go into the third-party notices.
