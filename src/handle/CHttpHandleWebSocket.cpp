@@ -1,0 +1,145 @@
+/// WebSocket messages of a request: sent as one frame each on the loop thread,
+/// received in chunks and put together in the response member.
+
+#include "frame/AsynOperReq.h"
+#include "frame/CHttpFrame.h"
+#include "handle/CHttpHandle.h"
+#include "http_interface/IHttpHandleNotic.h"
+#include "module/HttpLog.h"
+
+#include <utility>
+
+namespace http_interface
+{
+namespace
+{
+
+enum WsType : int
+{
+    kWsOther = 0,
+    kWsText = 1,
+    kWsBinary = 2,
+    kWsClose = 3,
+};
+
+/// The frame kind of a message type; 0 for a type that can't be sent.
+std::uint32_t FlagsOf(int type)
+{
+    switch (type)
+    {
+    case kWsText:
+        return CURLWS_TEXT;
+    case kWsBinary:
+        return CURLWS_BINARY;
+    case kWsClose:
+        return CURLWS_CLOSE;
+    default:
+        return 0;
+    }
+}
+
+int TypeOf(int flags)
+{
+    if ((flags & CURLWS_CLOSE) != 0)
+    {
+        return kWsClose;
+    }
+    if ((flags & CURLWS_BINARY) != 0)
+    {
+        return kWsBinary;
+    }
+    return (flags & CURLWS_TEXT) != 0 ? kWsText : kWsOther;
+}
+
+} // namespace
+
+int CHttpHandle::SendWsData(std::shared_ptr<std::vector<char>> data, int type, std::size_t* sent)
+{
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    if (!IsReady() || m_Method != kMethodWebSocket || sent == nullptr || !frame)
+    {
+        return -1;
+    }
+    const std::uint32_t flags = FlagsOf(type);
+    if (flags == 0)
+    {
+        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]unknow websocket type[%d]", type);
+        return -1;
+    }
+    if (!frame->IsRunning())
+    {
+        // The wording of a timer's refusal serves here too.
+        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]Can not again timer req now");
+        return -1;
+    }
+    if (frame->IsLoopThread())
+    {
+        SendWsFrame(data, flags, sent);
+        return 0;
+    }
+    frame->PostAsynOper(
+        std::make_shared<AsynWSSendReq>(shared_from_this(), std::move(data), flags));
+    return 0;
+}
+
+// One call is one whole frame. A failure is only logged: nothing is retried.
+void CHttpHandle::SendWsFrame(const std::shared_ptr<std::vector<char>>& data, std::uint32_t flags,
+                              std::size_t* sent)
+{
+    const CURLcode code = curl_ws_send(m_pEasy, data ? data->data() : nullptr,
+                                       data ? data->size() : 0, sent, 0, flags);
+    if (code != CURLE_OK)
+    {
+        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]err[%d:%s]curl_ws_send failed",
+                static_cast<int>(code), curl_easy_strerror(code));
+    }
+}
+
+// What libcurl did not take of a message is not sent later.
+void CHttpHandle::SendQueuedWsFrame(const std::shared_ptr<std::vector<char>>& data,
+                                    std::uint32_t flags)
+{
+    std::size_t sent = 0;
+    SendWsFrame(data, flags, &sent);
+    if (data && sent != data->size())
+    {
+        HttpLog(LOG_LEVEL_WARN, "[HTTP_INTERFACE]Send len diff [%zu] != [%zu]", data->size(), sent);
+    }
+}
+
+// Chunks go where their offset within their frame says, by insertion. A message
+// in several frames thus arrives with its later frames first, since every
+// frame counts its offsets from 0.
+void CHttpHandle::ReceiveWsChunk(const char* data, std::size_t len)
+{
+    const curl_ws_frame* const meta = curl_ws_meta(m_pEasy);
+    if (meta == nullptr)
+    {
+        m_Response.append(data, len); // not a WebSocket URL: a body as any other
+        return;
+    }
+    const auto offset = static_cast<std::size_t>(meta->offset);
+    if ((meta->flags & CURLWS_CONT) != 0 || meta->bytesleft != 0)
+    {
+        m_Response.insert(offset, data, len);
+        return;
+    }
+    const int type = TypeOf(meta->flags);
+    const std::shared_ptr<IHttpHandleNotic> notic = m_pNotic;
+    if (m_Response.empty())
+    {
+        if (notic)
+        {
+            notic->OnWsData(data, len, type, m_pUserData);
+        }
+        return;
+    }
+    m_Response.insert(offset, data, len);
+    if (notic)
+    {
+        notic->OnWsData(m_Response.data(), m_Response.size(), type, m_pUserData);
+    }
+    m_Response.clear();
+}
+
+} // namespace http_interface
