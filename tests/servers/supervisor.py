@@ -46,7 +46,6 @@ def supervise(directory, names, lifetime_s, report):
     signal.pthread_sigmask(signal.SIG_BLOCK, _SIGNALS)
     processes.adopt_orphans()
     _raise_descriptor_limit()
-    end_of_life = time.monotonic() + lifetime_s
 
     records = []
 
@@ -66,7 +65,7 @@ def supervise(directory, names, lifetime_s, report):
         servers.wait_for_answers(time.monotonic() + START_LIMIT_S)
         write_atomically(env_file(directory), "".join(f"{key}={keys[key]}\n" for key in sorted(keys)))
         report("ready")
-        asked_to_stop = _wait_for_end(servers, end_of_life)
+        asked_to_stop = _wait_for_end(servers, lifetime_s)
     except Exception as error:  # whatever it is, the caller is told and nothing stays behind
         traceback.print_exc()
         report(f"{type(error).__name__}: {error}")
@@ -94,8 +93,9 @@ def remove(path):
         pass
 
 
-def _wait_for_end(servers, end_of_life):
+def _wait_for_end(servers, lifetime_s):
     """True when a signal asked for it."""
+    end_of_life = time.monotonic() + lifetime_s
     while (left := end_of_life - time.monotonic()) > 0:
         got = signal.sigtimedwait(_SIGNALS, left)
         if got and got.si_signo != signal.SIGCHLD:
