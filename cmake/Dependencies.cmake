@@ -25,6 +25,11 @@ find_package(Threads REQUIRED)
 find_package(CURL CONFIG REQUIRED PATHS "${deps_prefix}" NO_DEFAULT_PATH)
 find_package(libuv CONFIG REQUIRED PATHS "${deps_prefix}" NO_DEFAULT_PATH)
 
+if(WIN32)
+  # A static OpenSSL needs these after itself.
+  set_property(TARGET OpenSSL::Crypto APPEND PROPERTY INTERFACE_LINK_LIBRARIES ws2_32 crypt32)
+endif()
+
 if(CURL_VERSION VERSION_LESS 8.20)
   message(FATAL_ERROR "libcurl ${CURL_VERSION} is too old, 8.20 is needed: before it, "
     "CURLINFO_SCHEME answers WS and WSS in upper case, and the end of a WebSocket would be "
