@@ -29,7 +29,7 @@ int CHttpFrame::AddHttpReq(std::shared_ptr<IHttpHandleInterface> handle, bool as
     }
     HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]add http handle[%p] [%d]",
             static_cast<const void*>(handle.get()), async ? 1 : 0);
-    auto target = std::static_pointer_cast<CHttpHandle>(std::move(handle));
+    auto target = std::static_pointer_cast<CHttpHandle>(handle);
     target->SetFrame(shared_from_this());
     return PerformOrQueue(
         std::make_shared<AsynHttpReq>(ASYN_OPER_ADD_HTTP, std::move(target), user, std::move(done)),
@@ -43,7 +43,7 @@ int CHttpFrame::DelHttpReq(std::shared_ptr<IHttpHandleInterface> handle, bool as
     {
         return -1;
     }
-    auto target = std::static_pointer_cast<CHttpHandle>(std::move(handle));
+    auto target = std::static_pointer_cast<CHttpHandle>(handle);
     return PerformOrQueue(
         std::make_shared<AsynHttpReq>(ASYN_OPER_DEL_HTTP, std::move(target), user, std::move(done)),
         async);
@@ -61,7 +61,7 @@ int CHttpFrame::AddTimerReq(std::shared_ptr<ITimerHandleInterface> timer, bool a
         HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]Can not add timer req now");
         return -1;
     }
-    auto target = std::static_pointer_cast<CTimerHandle>(std::move(timer));
+    auto target = std::static_pointer_cast<CTimerHandle>(timer);
     return PerformOrQueue(std::make_shared<AsynTimerReq>(ASYN_OPER_ADD_TIMER, std::move(target),
                                                          user, std::move(done)),
                           async);
@@ -74,7 +74,7 @@ int CHttpFrame::DelTimerReq(std::shared_ptr<ITimerHandleInterface> timer, bool a
     {
         return -1;
     }
-    auto target = std::static_pointer_cast<CTimerHandle>(std::move(timer));
+    auto target = std::static_pointer_cast<CTimerHandle>(timer);
     return PerformOrQueue(std::make_shared<AsynTimerReq>(ASYN_OPER_DEL_TIMER, std::move(target),
                                                          user, std::move(done)),
                           async);

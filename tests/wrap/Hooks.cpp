@@ -21,18 +21,20 @@
     }                                                                                              \
     }
 
-// The same for a function that takes one variable argument after `option`.
+// The same for a function that takes one variable argument after `option`, an
+// enumeration: taken as an int, since the argument before `...` must not be one
+// that is promoted.
 #define HTTP_INTERFACE_VARIADIC_HOOK(result, name, Handle, Option)                                 \
     extern "C" result __real_##name(Handle, Option, ...);                                          \
-    extern "C" result __wrap_##name(Handle, Option, ...);                                          \
-    result __wrap_##name(Handle handle, Option option, ...)                                        \
+    extern "C" result __wrap_##name(Handle, int, ...);                                             \
+    result __wrap_##name(Handle handle, int option, ...)                                           \
     {                                                                                              \
-        test::CallRecorder::Note(#name, handle, static_cast<long>(option));                        \
+        test::CallRecorder::Note(#name, handle, option);                                           \
         va_list args;                                                                              \
         va_start(args, option);                                                                    \
         void* const value = va_arg(args, void*);                                                   \
         va_end(args);                                                                              \
-        return test::hooks::name().Run(handle, option, value);                                     \
+        return test::hooks::name().Run(handle, static_cast<Option>(option), value);                \
     }                                                                                              \
     namespace test::hooks                                                                          \
     {                                                                                              \
