@@ -19,14 +19,24 @@ public:
         va_start(args, format);
         std::vsnprintf(text.data(), text.size(), format, args);
         va_end(args);
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Lines.push_back({*level, *threadId, format, text.data()});
-        m_Changed.notify_all();
+        const LogLine line{*level, *threadId, format, text.data()};
+        std::function<void(const LogLine&)> onLine;
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            m_Lines.push_back(line);
+            m_Changed.notify_all();
+            onLine = m_OnLine;
+        }
+        if (onLine)
+        {
+            onLine(line);
+        }
     }
 
     std::mutex m_Mutex;
     std::condition_variable m_Changed;
     std::vector<LogLine> m_Lines;
+    std::function<void(const LogLine&)> m_OnLine;
 };
 
 LogRecorder::LogRecorder() : m_pLogger(std::make_shared<Logger>())
@@ -94,6 +104,12 @@ void LogRecorder::Clear()
 {
     const std::lock_guard<std::mutex> lock(m_pLogger->m_Mutex);
     m_pLogger->m_Lines.clear();
+}
+
+void LogRecorder::OnLine(std::function<void(const LogLine&)> function)
+{
+    const std::lock_guard<std::mutex> lock(m_pLogger->m_Mutex);
+    m_pLogger->m_OnLine = std::move(function);
 }
 
 } // namespace test

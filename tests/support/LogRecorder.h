@@ -43,6 +43,9 @@ public:
     bool WaitFor(const std::function<bool(const LogLine&)>& accepts) const;
     bool WaitFor(const std::string& text) const;
     void Clear();
+    /// Runs a function for every line from now on, on the thread that writes
+    /// it, before that thread goes on.
+    void OnLine(std::function<void(const LogLine&)> function);
 
 private:
     class Logger;
