@@ -254,6 +254,7 @@ void CHttpFrame::CloseLoop()
     }
     if (m_pCurlMulti != nullptr)
     {
+        const DeferredDeletes::CurlCall call(&m_Deletes);
         curl_multi_cleanup(m_pCurlMulti);
         m_pCurlMulti = nullptr;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "frame/AsynOperReq.h"
+#include "frame/DeferredDeletes.h"
 #include "http_interface/IHttpInterface.h"
 
 #include <atomic>
@@ -61,6 +62,7 @@ public:
     CURLM* Multi() const { return m_pCurlMulti; }
     const std::shared_ptr<uv_loop_s>& Loop() const { return m_pLoop; }
     uv_timer_t* CurlTimer() { return &m_CurlTimer; }
+    DeferredDeletes* Deletes() { return &m_Deletes; }
 
 private:
     /// Whether a thread runs FrameThread, and who ends it.
@@ -112,6 +114,7 @@ private:
     LoopThread m_LoopThread = LoopThread::None; ///< under m_Mutex
     std::uint64_t m_FirstIterations = 0;        ///< loops that began to turn; under m_Mutex
     bool m_bCancelling = false;                 ///< m_Mutex is held by OnStop; loop thread only
+    DeferredDeletes m_Deletes;                  ///< loop thread only
 };
 
 } // namespace http_interface

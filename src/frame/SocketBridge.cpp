@@ -34,12 +34,19 @@ bool HasPollHandle(const CurlSocketCtx* ctx)
     return ctx->poll_handle.loop != nullptr;
 }
 
+/// Has libcurl act on a socket or on its timeout. The count of running
+/// transfers is not used.
+CURLMcode Act(CHttpFrame* frame, curl_socket_t s, int flags)
+{
+    const DeferredDeletes::CurlCall call(frame->Deletes());
+    int running = 0;
+    return curl_multi_socket_action(frame->Multi(), s, flags, &running);
+}
+
 void OnTimeout(uv_timer_t* timer)
 {
     auto* const frame = static_cast<CHttpFrame*>(timer->data);
-    int running = 0;
-    const CURLMcode code =
-        curl_multi_socket_action(frame->Multi(), CURL_SOCKET_TIMEOUT, 0, &running);
+    const CURLMcode code = Act(frame, CURL_SOCKET_TIMEOUT, 0);
     if (code != CURLM_OK)
     {
         HttpLog(LOG_LEVEL_ERROR,
@@ -64,8 +71,7 @@ void CurlPerform(uv_poll_t* handle, int /*status*/, int events)
     {
         flags |= CURL_CSELECT_OUT;
     }
-    int running = 0;
-    const CURLMcode code = curl_multi_socket_action(frame->Multi(), ctx->sockfd, flags, &running);
+    const CURLMcode code = Act(frame, ctx->sockfd, flags);
     // *ctx may be gone here.
     if (code != CURLM_OK)
     {

@@ -55,9 +55,16 @@ std::shared_ptr<CHttpHandle> HandleOf(CURL* easy)
     return self != nullptr ? *reinterpret_cast<std::shared_ptr<CHttpHandle>*>(self) : nullptr;
 }
 
+CURLMcode Remove(CHttpFrame* frame, CURL* easy)
+{
+    const DeferredDeletes::CurlCall call(frame->Deletes());
+    return curl_multi_remove_handle(frame->Multi(), easy);
+}
+
 void FinishHttpReq(CHttpFrame* frame, CURL* easy, CURLcode result)
 {
-    const CURLMcode removed = curl_multi_remove_handle(frame->Multi(), easy);
+    const DeferredDeletes::Completion completion(frame->Deletes());
+    const CURLMcode removed = Remove(frame, easy);
     if (removed != CURLM_OK)
     {
         HttpLog(LOG_LEVEL_ERROR,

@@ -13,7 +13,10 @@ CHttpHandle::CHttpHandle() = default;
 
 CHttpHandle::~CHttpHandle()
 {
-    CleanUp();
+    if (BecomeDeleted())
+    {
+        ReleaseAll();
+    }
 }
 
 int CHttpHandle::InitRequest(const char* url, const char* tag, int method,
@@ -93,16 +96,18 @@ bool CHttpHandle::SetMethodOption(int method)
     }
 }
 
-// Runs once. Releases in a fixed order: libcurl's user pointers are cleared on
-// the easy handle member, which is null by then, so that these four calls do
-// nothing; the callbacks ended with the easy handle.
-void CHttpHandle::CleanUp()
+/// True for the one caller that ends an initialised handle.
+bool CHttpHandle::BecomeDeleted()
 {
     std::int32_t ready = STATE_READY;
-    if (!m_State.compare_exchange_strong(ready, STATE_CLEANED))
-    {
-        return;
-    }
+    return m_State.compare_exchange_strong(ready, STATE_CLEANED);
+}
+
+// In a fixed order: libcurl's user pointers are cleared on the easy handle
+// member, which is null by then, so that these four calls do nothing; the
+// callbacks ended with the easy handle.
+void CHttpHandle::ReleaseAll()
+{
     curl_slist_free_all(m_pHeaders);
     m_pHeaders = nullptr;
     curl_easy_cleanup(m_pEasy);
@@ -131,6 +136,10 @@ std::size_t CHttpHandle::OnWrite(char* buf, std::size_t size, std::size_t nmemb,
         return 0;
     }
     CHttpHandle& handle = **static_cast<std::shared_ptr<CHttpHandle>*>(userp);
+    if (handle.IsDeleted())
+    {
+        return nmemb; // from inside a notice: what else arrived is dropped
+    }
     if (handle.m_pDownloadFile != nullptr)
     {
         std::fwrite(buf, size, nmemb, handle.m_pDownloadFile); // a full disk goes unnoticed

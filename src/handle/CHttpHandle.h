@@ -70,6 +70,10 @@ public:
     /// libcurl. The handle may be deleted inside.
     void NotifyFinish(int result);
 
+    /// Does away with a request that was deleted while libcurl was on the
+    /// stack; loop thread, outside of libcurl.
+    void EndDelete();
+
 private:
     enum State : std::int32_t
     {
@@ -88,7 +92,11 @@ private:
     std::shared_ptr<CHttpFrame> Frame() const;
     bool SetInitialOptions(const char* url, int method, int connectTimeoutMs, int timeoutMs);
     bool SetMethodOption(int method);
+    bool IsDeleted() const { return m_State == STATE_CLEANED; }
+    bool BecomeDeleted();
     void CleanUp();
+    void ReleaseAll();
+    void ReleaseInLoop(const std::shared_ptr<CHttpFrame>& frame);
 
     static std::size_t OnWrite(char* buf, std::size_t size, std::size_t nmemb, void* userp);
     static std::size_t OnRead(char* buffer, std::size_t size, std::size_t nitems, void* userp);

@@ -20,6 +20,11 @@ CURLM* MultiOf(const std::shared_ptr<CHttpFrame>& frame)
     return frame ? frame->Multi() : nullptr;
 }
 
+DeferredDeletes* DeletesOf(const std::shared_ptr<CHttpFrame>& frame)
+{
+    return frame ? frame->Deletes() : nullptr;
+}
+
 } // namespace
 
 int CHttpHandle::DoAsynOper(std::shared_ptr<AsynOperReq> req, std::shared_ptr<CHttpFrame> /*frame*/)
@@ -85,9 +90,44 @@ int CHttpHandle::Disconnect()
     return 0;
 }
 
+// Deleted inside libcurl, the handle tells no notice any more, and the rest
+// waits: libcurl still uses the transfer.
+void CHttpHandle::CleanUp()
+{
+    if (!BecomeDeleted())
+    {
+        return;
+    }
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    if (frame && frame->Deletes()->IsInCurl())
+    {
+        frame->Deletes()->Add(shared_from_this());
+        return;
+    }
+    ReleaseInLoop(frame);
+}
+
+void CHttpHandle::EndDelete()
+{
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    {
+        const DeferredDeletes::CurlCall call(DeletesOf(frame));
+        curl_multi_remove_handle(MultiOf(frame), m_pEasy);
+    }
+    ReleaseInLoop(frame);
+}
+
+void CHttpHandle::ReleaseInLoop(const std::shared_ptr<CHttpFrame>& frame)
+{
+    const DeferredDeletes::CurlCall call(DeletesOf(frame)); // what closes is traced
+    ReleaseAll();
+}
+
 int CHttpHandle::AddToMulti()
 {
-    const CURLMcode code = curl_multi_add_handle(MultiOf(Frame()), m_pEasy);
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    const DeferredDeletes::CurlCall call(DeletesOf(frame));
+    const CURLMcode code = curl_multi_add_handle(MultiOf(frame), m_pEasy);
     if (code != CURLM_OK)
     {
         HttpLog(LOG_LEVEL_ERROR,
@@ -102,7 +142,9 @@ int CHttpHandle::AddToMulti()
 // added has no engine: libcurl answers to the null multi handle.
 int CHttpHandle::RemoveFromMulti()
 {
-    const CURLMcode code = curl_multi_remove_handle(MultiOf(Frame()), m_pEasy);
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    const DeferredDeletes::CurlCall call(DeletesOf(frame));
+    const CURLMcode code = curl_multi_remove_handle(MultiOf(frame), m_pEasy);
     if (code != CURLM_OK)
     {
         HttpLog(LOG_LEVEL_ERROR,
@@ -124,7 +166,7 @@ void CHttpHandle::Complete(const AsynHttpReq& req, int result)
 void CHttpHandle::NotifyFinish(int result)
 {
     const std::shared_ptr<IHttpHandleNotic> notic = m_pNotic;
-    if (notic)
+    if (notic && !IsDeleted())
     {
         notic->OnFinish(shared_from_this(), result, m_pUserData);
     }

@@ -203,7 +203,7 @@ int CHttpHandle::OnProgress(void* clientp, double dltotal, double dlnow, double 
     }
     CHttpHandle& handle = **static_cast<std::shared_ptr<CHttpHandle>*>(clientp);
     const std::shared_ptr<IHttpHandleNotic> notic = handle.m_pNotic;
-    if (notic)
+    if (notic && !handle.IsDeleted())
     {
         notic->OnProgress(handle.m_Tag.c_str(), handle.m_Url.c_str(), dltotal, dlnow, ultotal,
                           ulnow, handle.m_pUserData);
@@ -219,7 +219,11 @@ std::size_t CHttpHandle::OnRead(char* buffer, std::size_t size, std::size_t nite
     }
     const std::shared_ptr<CHttpHandle> handle = *static_cast<std::shared_ptr<CHttpHandle>*>(userp);
     const std::shared_ptr<IHttpHandleNotic> notic = handle->m_pNotic;
-    return notic ? notic->OnReadData(handle, buffer, size, nitems, handle->m_pUserData) : 0;
+    if (!notic || handle->IsDeleted())
+    {
+        return 0;
+    }
+    return notic->OnReadData(handle, buffer, size, nitems, handle->m_pUserData);
 }
 
 } // namespace http_interface

@@ -86,6 +86,8 @@ int CHttpHandle::SendWsData(std::shared_ptr<std::vector<char>> data, int type, s
 void CHttpHandle::SendWsFrame(const std::shared_ptr<std::vector<char>>& data, std::uint32_t flags,
                               std::size_t* sent)
 {
+    const std::shared_ptr<CHttpFrame> frame = Frame();
+    const DeferredDeletes::CurlCall call(frame->Deletes());
     const CURLcode code = curl_ws_send(m_pEasy, data ? data->data() : nullptr,
                                        data ? data->size() : 0, sent, 0, flags);
     if (code != CURLE_OK)
