@@ -1,22 +1,16 @@
 #include "FetchNotic.h"
 
+#include <base/base.h>
+
 #include <cstdio>
 
-void FetchNotic::WaitFor(int count)
-{
-    std::unique_lock<std::mutex> lock(m_Mutex);
-    m_Changed.wait(lock, [&] { return m_Ended >= count; });
-}
-
 void FetchNotic::OnFinish(std::shared_ptr<http_interface::IHttpHandleInterface> handle, int result,
-                          void* /*user*/)
+                          void* user)
 {
     const auto passed = std::chrono::steady_clock::now() - m_Begin;
     const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(passed).count();
-    std::printf("%-50s %4d %8ld %9lu %6ld %8ld\n", handle->GetUrl().c_str(), result,
+    std::printf("%-46s %4d %8ld %9lu %6ld %8ld\n", handle->GetUrl().c_str(), result,
                 handle->GetResponseCode(), static_cast<unsigned long>(handle->GetResponse().size()),
                 static_cast<long>(ms), base::GetTid());
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    ++m_Ended;
-    m_Changed.notify_all();
+    RequestNotic::OnFinish(handle, result, user);
 }
