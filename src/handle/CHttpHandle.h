@@ -98,6 +98,8 @@ private:
     void ReleaseAll();
     void ReleaseInLoop(const std::shared_ptr<CHttpFrame>& frame);
 
+    void SetBodySource();
+
     static std::size_t OnWrite(char* buf, std::size_t size, std::size_t nmemb, void* userp);
     static std::size_t OnRead(char* buffer, std::size_t size, std::size_t nitems, void* userp);
     static int OnDebug(CURL* easy, curl_infotype type, char* data, std::size_t size, void* userp);

@@ -125,6 +125,7 @@ void CHttpHandle::ReleaseInLoop(const std::shared_ptr<CHttpFrame>& frame)
 
 int CHttpHandle::AddToMulti()
 {
+    SetBodySource();
     const std::shared_ptr<CHttpFrame> frame = Frame();
     const DeferredDeletes::CurlCall call(DeletesOf(frame));
     const CURLMcode code = curl_multi_add_handle(MultiOf(frame), m_pEasy);

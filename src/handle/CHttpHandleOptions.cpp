@@ -154,6 +154,21 @@ int CHttpHandle::SetUploadSize(std::int64_t size)
     return set ? 0 : -1;
 }
 
+// Of a host that has set no body, libcurl would take the user pointer for a file
+// and read from it. A POST then has an empty body, an upload one of unknown
+// size; where the host has set it, this sets the same once more.
+void CHttpHandle::SetBodySource()
+{
+    if (m_Method == kMethodPost)
+    {
+        curl_easy_setopt(m_pEasy, CURLOPT_POSTFIELDS, m_PostFields.c_str());
+    }
+    else if (m_Method == kMethodUpload)
+    {
+        curl_easy_setopt(m_pEasy, CURLOPT_READFUNCTION, OnRead);
+    }
+}
+
 int CHttpHandle::OnDebug(CURL* /*easy*/, curl_infotype type, char* data, std::size_t size,
                          void* userp)
 {
