@@ -125,11 +125,12 @@ int CHttpHandle::SetHeaders(const std::list<std::string>* headers)
     }
     for (const std::string& line : *headers)
     {
-        // Null without memory; what is in the list stays.
-        if (curl_slist* const list = curl_slist_append(m_pHeaders, line.c_str()))
+        curl_slist* const list = curl_slist_append(m_pHeaders, line.c_str());
+        if (list == nullptr)
         {
-            m_pHeaders = list;
+            return -1; // without memory; what is in the list stays
         }
+        m_pHeaders = list;
     }
     if (m_pHeaders == nullptr)
     {
