@@ -1,0 +1,11 @@
+#pragma once
+
+#include <cstddef>
+
+namespace test
+{
+
+/// The most memory that this process has held so far, in bytes.
+std::size_t PeakMemory();
+
+} // namespace test
