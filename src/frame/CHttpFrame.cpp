@@ -252,17 +252,20 @@ void CHttpFrame::CloseLoop()
     {
         return;
     }
+    // The loop has turned for the last time. Where libcurl, to close a
+    // connection, wants a socket watched now, it finds no loop: the callback
+    // that frees the watched socket's record would never come.
+    const std::shared_ptr<uv_loop_s> loop = std::move(m_pLoop); // leaves it empty
     if (m_pCurlMulti != nullptr)
     {
         const DeferredDeletes::CurlCall call(&m_Deletes);
         curl_multi_cleanup(m_pCurlMulti);
         m_pCurlMulti = nullptr;
     }
-    if (m_pLoop)
+    if (loop)
     {
         CloseHandles();
-        uv_loop_close(m_pLoop.get());
-        m_pLoop.reset();
+        uv_loop_close(loop.get());
         m_bLoopInited = false;
     }
     {
