@@ -112,8 +112,9 @@ public:
 
     /// Decides how an https or wss server is verified. Configuring thread.
     /// Without this call: against the platform's trust store.
-    /// @param caPath  A PEM file of trusted CA certificates (or a folder of
-    ///                them, hashed), copied. Null turns verification of the
+    /// @param caPath  A PEM file of trusted CA certificates, copied; read when
+    ///                a connection is made, which fails without it. A folder of
+    ///                certificates will not do. Null turns verification of the
     ///                certificate and of the host name off.
     virtual int SetCaCert(const char* caPath) = 0;
 
@@ -121,7 +122,8 @@ public:
     /// @param headers  Complete lines, "Name: value", copied. "Name;" sends a
     ///                 header with an empty value, "Name:" removes one of
     ///                 libcurl's own.
-    /// @return -1 also when the handle has no header line afterwards.
+    /// @return -1 also when the handle has no header line afterwards, or when
+    ///         memory ran out: the lines from there on are not added then.
     virtual int SetHeaders(const std::list<std::string>* headers) = 0;
 
     /// Announces an upload's size (method 2). Configuring thread.

@@ -106,8 +106,8 @@ int CHttpHandle::SetCaCert(const char* caPath)
                              verifyHost);
     if (set && caPath != nullptr)
     {
-        // The one text serves as a file and as a folder; libcurl takes the
-        // one that it is.
+        // The one text is given as a file and as a folder. It has to be a file:
+        // libcurl fails to connect when it can't read that.
         set =
             SetEasyOption(m_pEasy, CURLOPT_CAINFO, caPath,
                           "[HTTP_INTERFACE]err[%d:%s]curl set CURLOPT_CAINFO[%s] failed", caPath) &&
