@@ -27,6 +27,7 @@ protected:
     void ExpectRefusedButDeleted(const std::shared_ptr<IHttpHandleInterface>& handle)
     {
         ASSERT_TRUE(m_Deleted.Wait());
+        OnLoop([] {}); // the completion came first, then the call returned
         EXPECT_EQ(m_Returned, -1);
         EXPECT_EQ(m_Deleted.Result(), -1);
         EXPECT_EQ(m_Deleted.User(), &m_UserData);
