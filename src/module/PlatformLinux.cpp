@@ -2,14 +2,18 @@
 #include "module/Platform.h"
 
 #include <cerrno>
+#include <openssl/crypto.h>
 
 namespace http_interface
 {
 namespace
 {
 
+// The system's OpenSSL would take itself apart in exit(), under the feet of a
+// loop thread that a host has not stopped. What it keeps goes with the process.
 __attribute__((constructor)) void OnLoad()
 {
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
     OnLibraryLoad();
 }
 
