@@ -8,15 +8,16 @@
 # An entry is made in work/ and renamed into place when it is complete, so that
 # an interrupted build leaves nothing that could be taken for an entry.
 
-# One lock at a time: every run that would make the same entry waits here.
+# lock_cache NAME: waits until no other run makes the thing of that name. The
+# lock ends with the shell that took it, so that what takes one is a subshell.
 lock_cache() {
+  local lock
   mkdir -p "$CACHE/locks"
-  exec {lock_fd}>"$CACHE/locks/$1"
-  flock --nonblock "$lock_fd" && return
+  exec {lock}>"$CACHE/locks/$1"
+  flock --nonblock "$lock" && return
   say "waiting for another run that makes $1"
-  flock "$lock_fd"
+  flock "$lock"
 }
-unlock_cache() { exec {lock_fd}>&-; }
 
 # What the compiler and the system's own libraries add to a key. Objects that
 # carry link-time optimisation data fit only the very compiler that made them.
@@ -65,58 +66,52 @@ unpack_source() {
 }
 
 # build_entry NAME PLATFORM: makes the library's entry unless it is there.
-build_entry() {
-  local entry archive work log needed started=$SECONDS prefixes=()
+build_entry() (
   entry=$(entry_of "$1" "$2")
   [[ ! -d $CACHE/$entry ]] || return 0
   archive=$(fetch_source "$1")
   lock_cache "${entry//\//-}"
-  if [[ ! -d $CACHE/$entry ]]; then
-    work=$CACHE/work/$entry
-    log=$CACHE/logs/$entry.log
-    rm -rf "$work"
-    mkdir -p "$work" "${log%/*}" "$CACHE/$2"
-    unpack_source "$1" "$archive" "$work/source"
-    for needed in $(needs_of "$1" "$2"); do
-      needed=$(entry_of "$needed" "$2")
-      prefixes+=("$CACHE/$needed")
-    done
-    pin_of "$1"
-    say "building $1 $pin_version for $2"
-    export ROOT PLATFORM=$2 WORK=$work NEEDED="${prefixes[*]}"
-    bash "$ROOT/deps/recipes/$1.sh" >"$log" 2>&1 </dev/null || {
-      tail -n 20 "$log" >&2
-      die "building $1 for $2 failed; the whole log is $log"
-    }
-    mv -T "$work/prefix" "$CACHE/$entry"
-    rm -rf "$work"
-    say "built $1 $pin_version for $2 in $((SECONDS - started)) s"
-  fi
-  unlock_cache
-}
+  [[ ! -d $CACHE/$entry ]] || return 0
+
+  export ROOT PLATFORM=$2 WORK=$CACHE/work/$entry NEEDED=
+  log=$CACHE/logs/$entry.log
+  rm -rf "$WORK"
+  mkdir -p "$WORK" "${log%/*}" "$CACHE/$2"
+  pin_of "$1"
+  unpack_source "$1" "$archive" "$WORK/source"
+  for needed in $(needs_of "$1" "$2"); do
+    NEEDED+=" $CACHE/$(entry_of "$needed" "$2")"
+  done
+  say "building $1 $pin_version for $2"
+  SECONDS=0
+  bash "$ROOT/deps/recipes/$1.sh" >"$log" 2>&1 </dev/null || {
+    tail -n 20 "$log" >&2
+    die "building $1 for $2 failed; the whole log is $log"
+  }
+  mv -T "$WORK/prefix" "$CACHE/$entry"
+  rm -rf "$WORK"
+  say "built $1 $pin_version for $2 in $SECONDS s"
+)
 
 # assemble_prefix PLATFORM NAME...: one prefix of all the libraries' entries,
 # by hard links. Prints its path.
-assemble_prefix() {
-  local platform=$1 name entry entries=() prefix work
+assemble_prefix() (
+  platform=$1
   shift
+  entries=()
   for name in "$@"; do
-    entry=$(entry_of "$name" "$platform")
-    entries+=("$entry")
+    entries+=("$(entry_of "$name" "$platform")")
   done
   prefix=$platform/prefix-$(printf '%s\n' "${entries[@]}" | digest)
+  lock_cache "${prefix//\//-}"
   if [[ ! -d $CACHE/$prefix ]]; then
-    lock_cache "${prefix//\//-}"
-    if [[ ! -d $CACHE/$prefix ]]; then
-      work=$CACHE/work/$prefix
-      rm -rf "$work"
-      mkdir -p "$work"
-      for entry in "${entries[@]}"; do
-        cp -al "$CACHE/$entry/." "$work/"
-      done
-      mv -T "$work" "$CACHE/$prefix"
-    fi
-    unlock_cache
+    work=$CACHE/work/$prefix
+    rm -rf "$work"
+    mkdir -p "$work"
+    for entry in "${entries[@]}"; do
+      cp -al "$CACHE/$entry/." "$work/"
+    done
+    mv -T "$work" "$CACHE/$prefix"
   fi
   printf '%s' "$CACHE/$prefix"
-}
+)

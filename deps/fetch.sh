@@ -6,6 +6,7 @@
 # the library's line in sources.txt.
 pin_of() {
   local name
+  # shellcheck disable=SC2034  # the version is for deps/cache.sh
   while read -r name pin_version pin_sum pin_file pin_pool pin_urls; do
     [[ $name == "$1" ]] && return
   done <"$ROOT/deps/sources.txt"
@@ -48,32 +49,30 @@ take_from() {
 
 sum_of() { sha256sum <"$1" | cut -d' ' -f1; }
 
-# fetch_source NAME: puts the verified archive into the cache, unless it is
-# there, and prints its path.
-fetch_source() {
-  local archive place tried=() incoming sum
-  pin_of "$1"
-  archive=$CACHE/archives/$pin_file
-  lock_cache "fetch-$pin_file"
-  if [[ -f $archive && $(sum_of "$archive") == "$pin_sum" ]]; then
-    unlock_cache
-    printf '%s' "$archive"
-    return
-  fi
-  incoming=$CACHE/work/fetch-$pin_file
+# look_for_archive ARCHIVE: finds the file of the current pin and puts it there.
+look_for_archive() {
+  local place tried=() incoming=$CACHE/work/fetch-$pin_file sum
   rm -rf "$incoming"
-  mkdir -p "$incoming" "$CACHE/archives"
+  mkdir -p "$incoming" "${1%/*}"
   while read -r place; do
     tried+=("$place")
     take_from "$place" "$incoming/$pin_file" || continue
     sum=$(sum_of "$incoming/$pin_file")
     [[ $sum == "$pin_sum" ]] ||
       die "$pin_file: wrong SHA-256 from $place: $sum, the pinned one is $pin_sum"
-    mv -f "$incoming/$pin_file" "$archive"
+    mv -f "$incoming/$pin_file" "$1"
     rm -rf "$incoming"
-    unlock_cache
-    printf '%s' "$archive"
     return
   done < <(places_of_pin)
   die "$pin_file: not found; tried $(printf '%s, ' "${tried[@]}" | sed 's/, $//')"
 }
+
+# fetch_source NAME: puts the verified archive into the cache, unless it is
+# there, and prints its path.
+fetch_source() (
+  pin_of "$1"
+  archive=$CACHE/archives/$pin_file
+  lock_cache "fetch-$pin_file"
+  [[ -f $archive && $(sum_of "$archive") == "$pin_sum" ]] || look_for_archive "$archive"
+  printf '%s' "$archive"
+)

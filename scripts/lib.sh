@@ -3,6 +3,7 @@
 #   source "$(dirname "${BASH_SOURCE[0]}")/lib.sh"
 
 # The checkout that holds this file, whatever the current folder is.
+# shellcheck disable=SC2034  # for the scripts that source this file
 ROOT=$(cd -P "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 # Both write to standard error, so that a caller may capture a function's

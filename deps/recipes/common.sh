@@ -5,7 +5,8 @@
 #   WORK      its own folder, which holds the unpacked and patched `source`
 #   NEEDED    the prefixes of the libraries that this one is built on
 # and leaves the finished library in WORK/prefix. That folder is moved
-# afterwards and may move again: nothing in it names its own place.
+# afterwards and may move again: nothing in it names its own place. None of
+# these paths has a blank in it.
 # shellcheck disable=SC2034  # some are for the recipes that source this file
 set -euo pipefail
 export LC_ALL=C SOURCE_DATE_EPOCH=1
@@ -15,32 +16,38 @@ JOBS=$(nproc)
 
 # No build path stays in the objects.
 FLAGS=(-fvisibility=hidden "-ffile-prefix-map=$WORK/=")
-OPTIONS=()
 case $PLATFORM in
   linux | windows)
+    BUILD_TYPE=Release
     # Machine code and link-time optimisation data side by side: whoever links
     # decides which of the two is used.
     FLAGS+=(-flto -ffat-lto-objects)
-    OPTIONS+=(-DCMAKE_BUILD_TYPE=Release)
     ;;
-  linux-asan) FLAGS+=(-fsanitize=address -fno-omit-frame-pointer) ;;
-  linux-tsan) FLAGS+=(-fsanitize=thread -fno-omit-frame-pointer) ;;
+  linux-asan)
+    BUILD_TYPE=RelWithDebInfo
+    FLAGS+=(-fsanitize=address -fno-omit-frame-pointer)
+    ;;
+  linux-tsan)
+    BUILD_TYPE=RelWithDebInfo
+    FLAGS+=(-fsanitize=thread -fno-omit-frame-pointer)
+    ;;
 esac
+
+# The same as a list of CMake's.
+NEEDED_LIST=${NEEDED# }
+NEEDED_LIST=${NEEDED_LIST// /;}
 case $PLATFORM in
   windows)
-    OPTIONS+=(
+    OPTIONS=(
       -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchains/mingw-w64.cmake"
-      -DCMAKE_FIND_ROOT_PATH="${NEEDED// /;}")
+      -DCMAKE_FIND_ROOT_PATH="$NEEDED_LIST")
     ;;
   *)
-    # The archiver that knows link-time optimisation data.
-    OPTIONS+=(
+    # The archivers that know link-time optimisation data.
+    OPTIONS=(
       -DCMAKE_C_COMPILER=gcc -DCMAKE_AR=/usr/bin/gcc-ar -DCMAKE_RANLIB=/usr/bin/gcc-ranlib
       -DCMAKE_POSITION_INDEPENDENT_CODE=ON)
     ;;
-esac
-case $PLATFORM in
-  linux-*san) OPTIONS+=(-DCMAKE_BUILD_TYPE=RelWithDebInfo) ;;
 esac
 
 # An option that this version doesn't know would be ignored by CMake with no
@@ -53,7 +60,7 @@ refuse_unknown_options() {
 # prefix from where they are themselves.
 finish_prefix() {
   local prefix
-  rm -rf "$PREFIX/bin" "$PREFIX/share"
+  rm -rf "${PREFIX:?}/bin" "${PREFIX:?}/share"
   for prefix in "$PREFIX" $NEEDED; do
     sed -i "s#$prefix#\${prefix}#g" "$PREFIX"/lib/pkgconfig/*.pc
     find "$PREFIX/lib/cmake" -name '*Config.cmake' -exec \
@@ -67,7 +74,7 @@ finish_prefix() {
 build_with_cmake() {
   cmake -G Ninja -S "$SOURCE" -B "$WORK/build" \
     -DCMAKE_C_FLAGS="${FLAGS[*]}" -DCMAKE_INSTALL_PREFIX="$PREFIX" -DCMAKE_INSTALL_LIBDIR=lib \
-    -DCMAKE_PREFIX_PATH="${NEEDED// /;}" \
+    -DCMAKE_PREFIX_PATH="$NEEDED_LIST" -DCMAKE_BUILD_TYPE="$BUILD_TYPE" \
     -DCMAKE_PROJECT_INCLUDE="$ROOT/deps/recipes/common.cmake" \
     "${OPTIONS[@]}" "$@" 2>&1 | tee "$WORK/configure.log"
   refuse_unknown_options "$WORK/configure.log"
