@@ -51,6 +51,7 @@ entry_of() {
   local key
   pin_of "$1"
   key=$(all_that_decides "$1" "$2" | digest)
+  # shellcheck disable=SC2154  # set by pin_of
   printf '%s/%s-%s-%s' "$2" "$1" "$pin_version" "$key"
 }
 

@@ -2,12 +2,12 @@
 # Source archives: where they come from and the check that they are the pinned
 # ones. Sourced by scripts/deps, which sets ROOT and CACHE.
 
-# pin_of NAME: sets pin_version, pin_sum, pin_file, pin_pool and pin_urls from
-# the library's line in sources.txt.
+# pin_of NAME: sets pin_version, pin_sums, pin_file, pin_pool and pin_urls
+# from the library's line in sources.txt.
 pin_of() {
   local name
   # shellcheck disable=SC2034  # the version is for deps/cache.sh
-  while read -r name pin_version pin_sum pin_file pin_pool pin_urls; do
+  while read -r name pin_version pin_sums pin_file pin_pool pin_urls; do
     [[ $name == "$1" ]] && return
   done <"$ROOT/deps/sources.txt"
   die "$1: not in deps/sources.txt"
@@ -24,7 +24,7 @@ apt_archives() {
 download() {
   /usr/lib/apt/apt-helper -qq -o APT::Sandbox::User="$(id -un)" \
     -o Acquire::Retries=1 -o Acquire::http::Timeout=20 -o Acquire::https::Timeout=20 \
-    download-file "$1" "$2" >/dev/null 2>&1
+    download-file "$1" "$2" </dev/null >/dev/null 2>&1
 }
 
 # Prints the places where the archive of the current pin may be, in the order
@@ -48,18 +48,19 @@ take_from() {
 }
 
 sum_of() { sha256sum <"$1" | cut -d' ' -f1; }
+is_pinned() { [[ -f $1 && ,$pin_sums, == *,$(sum_of "$1"),* ]]; }
 
 # look_for_archive ARCHIVE: finds the file of the current pin and puts it there.
 look_for_archive() {
-  local place tried=() incoming=$CACHE/work/fetch-$pin_file sum
+  local place tried=() incoming=$CACHE/work/fetch-$pin_file
   rm -rf "$incoming"
   mkdir -p "$incoming" "${1%/*}"
   while read -r place; do
     tried+=("$place")
     take_from "$place" "$incoming/$pin_file" || continue
-    sum=$(sum_of "$incoming/$pin_file")
-    [[ $sum == "$pin_sum" ]] ||
-      die "$pin_file: wrong SHA-256 from $place: $sum, the pinned one is $pin_sum"
+    is_pinned "$incoming/$pin_file" ||
+      die "$pin_file: wrong SHA-256 from $place:" \
+        "$(sum_of "$incoming/$pin_file"), pinned is $pin_sums"
     mv -f "$incoming/$pin_file" "$1"
     rm -rf "$incoming"
     return
@@ -73,6 +74,6 @@ fetch_source() (
   pin_of "$1"
   archive=$CACHE/archives/$pin_file
   lock_cache "fetch-$pin_file"
-  [[ -f $archive && $(sum_of "$archive") == "$pin_sum" ]] || look_for_archive "$archive"
+  is_pinned "$archive" || look_for_archive "$archive"
   printf '%s' "$archive"
 )

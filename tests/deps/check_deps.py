@@ -161,6 +161,14 @@ class DepsTest(unittest.TestCase):
         self.move_archives_to("maker")
         self.assert_built(self.run_deps(HTTP_INTERFACE_DISTFILES=""))
 
+    def test_either_of_two_pinned_sums_is_good(self):
+        pins = self.checkout / "deps/sources.txt"
+        for bare, changed in (("libuv 1.0 ", f"libuv 1.0 {'0' * 64},"),
+                              (" curl.tar.gz ", f",{'0' * 64} curl.tar.gz ")):
+            self.assertIn(bare, pins.read_text())
+            pins.write_text(pins.read_text().replace(bare, changed))
+        self.assert_built(self.run_deps())
+
     def test_wrong_sum_is_one_line_that_names_file_and_place(self):
         archive = self.distfiles / "libuv.tar.gz"
         archive.write_bytes(archive.read_bytes() + b"\0")
