@@ -4,8 +4,8 @@
 #   archives/                         verified source archives
 #   PLATFORM/NAME-VERSION-KEY/        one built library
 #   PLATFORM/prefix-KEY/              the libraries of a platform in one prefix
-#   work/, locks/, logs/              what a running build needs
-# An entry is made in work/ and renamed into place when it is complete, so that
+#   unfinished/, locks/, logs/        what a running build needs
+# An entry is made in unfinished/ and renamed into place when it is complete:
 # an interrupted build leaves nothing that could be taken for an entry.
 
 # lock_cache NAME: waits until no other run makes the thing of that name. The
@@ -74,7 +74,7 @@ build_entry() (
   lock_cache "${entry//\//-}"
   [[ ! -d $CACHE/$entry ]] || return 0
 
-  export ROOT PLATFORM=$2 WORK=$CACHE/work/$entry NEEDED=
+  export ROOT PLATFORM=$2 WORK=$CACHE/unfinished/$entry NEEDED=
   log=$CACHE/logs/$entry.log
   rm -rf "$WORK"
   mkdir -p "$WORK" "${log%/*}" "$CACHE/$2"
@@ -106,7 +106,7 @@ assemble_prefix() (
   prefix=$platform/prefix-$(printf '%s\n' "${entries[@]}" | digest)
   lock_cache "${prefix//\//-}"
   if [[ ! -d $CACHE/$prefix ]]; then
-    work=$CACHE/work/$prefix
+    work=$CACHE/unfinished/$prefix
     rm -rf "$work"
     mkdir -p "$work"
     for entry in "${entries[@]}"; do

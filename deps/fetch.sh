@@ -52,7 +52,7 @@ is_pinned() { [[ -f $1 && ,$pin_sums, == *,$(sum_of "$1"),* ]]; }
 
 # look_for_archive ARCHIVE: finds the file of the current pin and puts it there.
 look_for_archive() {
-  local place tried=() incoming=$CACHE/work/fetch-$pin_file
+  local place tried=() incoming=$CACHE/unfinished/fetch-$pin_file
   rm -rf "$incoming"
   mkdir -p "$incoming" "${1%/*}"
   while read -r place; do
