@@ -14,8 +14,9 @@ SOURCE=$WORK/source
 PREFIX=$WORK/prefix
 JOBS=$(nproc)
 
-# No build path stays in the objects.
-FLAGS=(-fvisibility=hidden "-ffile-prefix-map=$WORK/=")
+# No build path stays in the objects. The stand-in is absolute, since relative
+# names would bring the current folder along with the optimisation data.
+FLAGS=(-fvisibility=hidden "-ffile-prefix-map=$WORK=/usr/src/http_interface")
 case $PLATFORM in
   linux | windows)
     BUILD_TYPE=Release
