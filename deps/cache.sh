@@ -30,13 +30,14 @@ tools_of() {
 
 patches_of() { find "$ROOT/deps/patches" -name "$1-*.patch" | LC_ALL=C sort; }
 
-# all_that_decides NAME PLATFORM: prints what makes a build differ.
+# all_that_decides NAME PLATFORM: prints what makes a build differ, which the
+# comments in a recipe do not.
 all_that_decides() {
-  local needed
+  local recipe=("$ROOT/deps/recipes/$1.sh" "$ROOT"/deps/recipes/common.*) needed
+  [[ $2 != windows ]] || recipe+=("$ROOT/cmake/toolchains/mingw-w64.cmake")
   grep "^$1 " "$ROOT/deps/sources.txt"
   patches_of "$1" | xargs -r cat
-  cat "$ROOT/deps/recipes/$1.sh" "$ROOT"/deps/recipes/common.*
-  [[ $2 != windows ]] || cat "$ROOT/cmake/toolchains/mingw-w64.cmake"
+  sed '/^[[:space:]]*#/d' "${recipe[@]}"
   tools_of "$2"
   options_of "$1"
   for needed in $(needs_of "$1" "$2"); do

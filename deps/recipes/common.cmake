@@ -1,5 +1,5 @@
-# Included by CMake at the end of each library's project() call: the same
-# source gives the same archive, byte for byte.
+# Included by CMake at the end of each library's project() call: what is linked
+# from the archives is the same, byte for byte, whenever they were built.
 
 # Link-time optimisation data carries a random number unless a seed is given,
 # one that differs from object to object.

@@ -14,8 +14,7 @@ SOURCE=$WORK/source
 PREFIX=$WORK/prefix
 JOBS=$(nproc)
 
-# No build path stays in the objects. The stand-in is absolute, since relative
-# names would bring the current folder along with the optimisation data.
+# Nothing that is linked from the objects tells where they were built.
 FLAGS=(-fvisibility=hidden "-ffile-prefix-map=$WORK=/usr/src/http_interface")
 case $PLATFORM in
   linux | windows)

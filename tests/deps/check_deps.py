@@ -186,7 +186,7 @@ class DepsTest(unittest.TestCase):
         archive = self.folder / "cache/archives/curl.tar.gz"
         archive.write_bytes(b"damaged")
         with open(self.checkout / "deps/recipes/curl.sh", "a", encoding="ascii") as recipe:
-            recipe.write("# another key\n")
+            recipe.write(": another key\n")
         self.assert_built(self.run_deps())
 
     def test_missing_source_is_one_line_that_names_what_was_tried(self):
