@@ -10,7 +10,7 @@ function(http_interface_compile target)
   # Some log lines deliberately give their format other arguments than it asks
   # for; formats are passed through the log facade, where no warning sees them.
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${HTTP_INTERFACE_WERROR}>:-Werror>)
   if(HTTP_INTERFACE_SANITIZER STREQUAL "address")
     target_compile_options(${target} PRIVATE -fsanitize=address,undefined
                            -fno-sanitize-recover=undefined -fno-omit-frame-pointer)

@@ -60,8 +60,9 @@ public:
                             int timeoutMs, void* userData) = 0;
 
     /// Takes the transfer out of the engine without ending the handle: no
-    /// OnFinish follows, the connection is closed, and the handle may be added
-    /// again. Any thread: at once on the loop thread, queued from any other.
+    /// OnFinish follows once it is performed, the connection is closed, and the
+    /// handle may be added again. Any thread: at once on the loop thread, queued
+    /// from any other; an engine that stops meanwhile drops it with a line.
     /// @return 0 when removed or queued; -1 without a line when the handle is
     ///         not initialised; -1 with a line when the engine does not accept
     ///         work ("Can not again timer req now": the timers' wording serves
@@ -70,17 +71,20 @@ public:
     virtual int Disconnect() = 0;
 
     /// The body of a POST (method 1). Configuring thread.
-    /// @param fields  A terminated text, copied. To be set once: libcurl reads
-    ///                the copy in place.
+    /// @param fields  A terminated text, copied; null is refused. To be set
+    ///                once: libcurl reads the copy in place. Without this call
+    ///                the body is empty.
     virtual int SetPostFields(const char* fields) = 0;
 
     /// Sends one WebSocket message (method 3), as one frame. Any thread.
     ///
     /// On the loop thread it is sent inside this call, as far as libcurl takes
     /// it, and *sent tells how many bytes it took; a failure is only logged.
-    /// From any other thread it is queued and *sent is not written. A message
-    /// that libcurl takes only in part is not completed later; the line "Send
-    /// len diff" tells of it.
+    /// From any other thread it is queued and *sent is not written. Of a message
+    /// that the socket does not take whole, libcurl sends the rest only when
+    /// something is received; until then it refuses other messages (error 43).
+    /// The line "Send len diff" tells of it for a queued message, *sent for one
+    /// sent at once. Don't send it again.
     /// @param data  The message; shared until it was sent, so don't change it
     ///              meanwhile. Null sends an empty message.
     /// @param type  1 text, 2 binary, 3 close.
@@ -92,7 +96,8 @@ public:
     virtual int SendWsData(std::shared_ptr<std::vector<char>> data, int type,
                            std::size_t* sent) = 0;
 
-    /// Logs libcurl's trace of the transfer at debug level. Configuring thread.
+    /// Logs libcurl's trace of the transfer at debug level, headers (and so
+    /// credentials) and bodies included. Configuring thread.
     virtual int EnableVerbose() = 0;
 
     /// The body goes into this file instead of the response. Configuring
@@ -142,7 +147,8 @@ public:
 
     /// The last response code that libcurl saw (200, 404, ...); 0 before any
     /// response; -1 for a handle that is not initialised or was deleted. To be
-    /// called from OnFinish on, not while the transfer runs.
+    /// called from OnFinish on, not while the transfer runs nor while a delete
+    /// is queued.
     virtual long GetResponseCode() = 0;
 
     virtual ~IHttpHandleInterface();

@@ -58,15 +58,17 @@ public:
     ///
     /// Adds still queued are completed with -1, other queued operations are
     /// performed, and the loop ends once nothing is open in it: transfers,
-    /// WebSockets and timers that are neither finished nor deleted keep it
-    /// alive, without a timeout of their own. Delete them first.
+    /// WebSockets and running timers that are not deleted keep it alive,
+    /// without a timeout of their own. Delete them first. A request that was
+    /// added and that libcurl has not begun yet ends without OnFinish.
     ///
     /// From a host thread: returns after the loop thread has ended, so
     /// OnHttpFrameStop has been called. While one thread waits so, a second
     /// one's Stop() returns at once, with 0 or -1.
     /// On the loop thread: returns 0 at once; the thread is detached and ends
-    /// by itself after the current callback. A second Stop(true) before the
-    /// first has taken effect throws std::system_error (invalid argument).
+    /// by itself after the current callback, unless a host thread waits for it
+    /// already. A second Stop(true) before the first has taken effect throws
+    /// std::system_error (invalid argument).
     /// @param viaAsync  Matters on the loop thread only. false: stop inside
     ///                  this call. true: stop on a later turn of the loop.
     /// @return -1 when the engine does not accept work (not started, first
@@ -92,7 +94,8 @@ public:
     /// Takes a request out of the engine and ends the handle: its easy handle,
     /// header list and download file are released, its notice is let go, no
     /// notice follows the completion. Every initialised handle needs this once,
-    /// or it stays in memory. Arguments as for AddHttpReq().
+    /// while the engine runs, or it stays in memory. Arguments as for
+    /// AddHttpReq().
     ///
     /// The completion comes before the release. Its result is -1 when libcurl
     /// refused the removal, for instance for a handle that was never added; the
@@ -100,13 +103,14 @@ public:
     /// @return 0 when queued; -1, without a line, when handle is empty or, for
     ///         a queued delete, the engine does not accept work. On the loop
     ///         thread with async false it is performed at once, also while the
-    ///         engine stops.
+    ///         engine stops, and the result is that of its completion.
     virtual int DelHttpReq(std::shared_ptr<IHttpHandleInterface> handle, bool async,
                            HttpReqCallback done, void* user) = 0;
 
     /// Hands a timer to the engine and starts it. Any thread. A timer is added
-    /// once: a second add is not refused, but it starts the libuv handle anew
-    /// and leaks the reference that the first one took.
+    /// once, also after it was deleted. A second add is not refused, but it
+    /// initialises the same libuv handle anew: the reference that the first one
+    /// took is lost, and the loop's list of handles is no longer sound.
     /// Arguments and results as for AddHttpReq().
     virtual int AddTimerReq(std::shared_ptr<ITimerHandleInterface> timer, bool async,
                             TimerReqCallback done, void* user) = 0;

@@ -16,8 +16,10 @@ class ITimerHandleNotic;
 /// go: a running timer owns itself until it is closed. A timer without a
 /// repeat interval stays open after its expiry until it is deleted.
 ///
-/// Expiries come no earlier than asked for, on the loop thread, and later when
-/// that thread is busy.
+/// The first expiry comes no earlier than asked for, counted from when the loop
+/// thread performs the add. Later ones, and one after AgainTimer(), are counted
+/// by the loop's clock, which stands still while a notice runs. A busy loop
+/// thread delays them.
 class HTTP_INTERFACE_API ITimerHandleInterface
 {
 public:
@@ -52,7 +54,10 @@ public:
     /// @return 0 when stopped or queued; -1, and done is never called, when the
     ///         timer was not added yet (no line), when the engine does not
     ///         accept work (a line), or when libuv failed at once (a line). A
-    ///         queued stop that fails tells done.
+    ///         queued stop that fails tells done; one that an engine drops
+    ///         because it stops meanwhile does not. On a timer that is closed,
+    ///         or left over from an earlier run of the engine, 0, and nothing
+    ///         happens.
     virtual int StopTimer(TimerReqCallback done, void* user) = 0;
 
     /// Starts a repeating timer again with its repeat interval. For a timer

@@ -1,10 +1,14 @@
+/// The host's side of an engine's life cycle: Init, Start, Stop. The loop
+/// thread's is in CHttpFrameLoop.cpp.
+
 #include "frame/CHttpFrame.h"
 
 #include "base/base.h"
 #include "frame/SocketBridge.h"
 #include "http_interface/IHttpInterfaceNotic.h"
-#include "module/HttpLog.h"
+#include "module/CallCheck.h"
 #include "module/LibraryEntry.h"
+#include "module/Platform.h"
 
 #include <chrono>
 #include <system_error>
@@ -17,42 +21,10 @@ namespace
 
 constexpr auto kStartPollStep = std::chrono::milliseconds(10);
 
-/// Logs a failed libuv call; true when it succeeded.
-bool CheckUv(int code, const char* failure)
-{
-    if (code == 0)
-    {
-        return true;
-    }
-    HttpLog(LOG_LEVEL_ERROR, failure, code, uv_strerror(code));
-    return false;
-}
-
-/// Logs a failed libcurl call; true when it succeeded.
-bool CheckMulti(CURLMcode code, const char* failure)
-{
-    if (code == CURLM_OK)
-    {
-        return true;
-    }
-    HttpLog(LOG_LEVEL_ERROR, failure, static_cast<int>(code), curl_multi_strerror(code));
-    return false;
-}
-
 template <typename Handle>
 bool IsInitialised(const Handle& handle)
 {
     return handle.loop != nullptr;
-}
-
-template <typename Handle>
-void CloseIfOpen(Handle& handle)
-{
-    auto* const base = reinterpret_cast<uv_handle_t*>(&handle);
-    if (uv_is_closing(base) == 0)
-    {
-        uv_close(base, nullptr);
-    }
 }
 
 } // namespace
@@ -160,10 +132,10 @@ int CHttpFrame::Start(bool wait)
     }
     const std::uint64_t before = m_FirstIterations;
     m_Thread = std::thread(
-        [this]
+        [this, mark = LoopThreadMark()]
         {
-            const LoopThreadScope scope;
             FrameThread(); // *this may be gone here
+            platform::OnLoopThreadEnd();
         });
     m_LoopThread = LoopThread::Attached;
 
@@ -177,153 +149,47 @@ int CHttpFrame::Start(bool wait)
     return 0;
 }
 
-void CHttpFrame::FrameThread()
-{
-    const std::shared_ptr<CHttpFrame> self = shared_from_this();
-    HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]FrameThread Start");
-    m_LoopThreadId = static_cast<std::uint32_t>(base::GetTid());
-
-    // Stopped by its own callback and never closed: uv_loop_close finds it
-    // still registered and answers that the loop is busy, which is ignored.
-    uv_prepare_t prepare{};
-    uv_prepare_init(m_pLoop.get(), &prepare);
-    prepare.data = this;
-    uv_prepare_start(&prepare, OnLoopPrepare);
-
-    const int code = uv_run(m_pLoop.get(), UV_RUN_DEFAULT);
-    if (!CheckUv(code, "[HTTP_INTERFACE]err[%d:%s]uv_run failed"))
-    {
-        // The loop is in an unknown state: it is neither closed nor is the
-        // host told that it ended.
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_LoopThread = LoopThread::None;
-        return;
-    }
-    HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]FrameThread Stop");
-    // Nothing is appended any more, so the list is read without the lock.
-    // What is left in it is released by the destructor.
-    HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]m_AsynOperReqList size[%zu]",
-            m_AsynOperReqList.size());
-    if (m_pNotic)
-    {
-        m_pNotic->OnHttpFrameStop(self, m_pUserData);
-        m_pNotic.reset();
-        m_pUserData = nullptr;
-    }
-    CloseLoop();
-}
-
-void CHttpFrame::OnLoopPrepare(uv_prepare_t* prepare)
-{
-    auto* const frame = static_cast<CHttpFrame*>(prepare->data);
-    {
-        const std::lock_guard<std::mutex> lock(frame->m_Mutex);
-        frame->m_bRunning = true;
-        ++frame->m_FirstIterations;
-    }
-    uv_prepare_stop(prepare);
-}
-
-void CHttpFrame::OnStop(uv_async_t* handle)
-{
-    HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]%s", "http_interface::CHttpFrame::OnStop");
-    if (handle == nullptr || handle->data == nullptr)
-    {
-        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]OnStop Get NULL rAsync or data");
-        return;
-    }
-    auto* const frame = static_cast<CHttpFrame*>(handle->data);
-    frame->CancelAsynOpers();
-    OnReqAsync(&frame->m_ReqAsync);
-    frame->CloseHandles();
-}
-
-void CHttpFrame::CloseHandles()
-{
-    CloseIfOpen(m_CurlTimer);
-    CloseIfOpen(m_StopAsync);
-    CloseIfOpen(m_ReqAsync);
-}
-
-void CHttpFrame::CloseLoop()
-{
-    std::int32_t inited = FRAME_STATE_INITED;
-    if (!m_State.compare_exchange_strong(inited, FRAME_STATE_CLOSING))
-    {
-        return;
-    }
-    // The loop has turned for the last time. Where libcurl, to close a
-    // connection, wants a socket watched now, it finds no loop: the callback
-    // that frees the watched socket's record would never come.
-    const std::shared_ptr<uv_loop_s> loop = std::move(m_pLoop); // leaves it empty
-    if (m_pCurlMulti != nullptr)
-    {
-        const DeferredDeletes::CurlCall call(&m_Deletes);
-        curl_multi_cleanup(m_pCurlMulti);
-        m_pCurlMulti = nullptr;
-    }
-    if (loop)
-    {
-        CloseHandles();
-        uv_loop_close(loop.get());
-        m_bLoopInited = false;
-    }
-    {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_LoopThread = LoopThread::None;
-    }
-    m_State = FRAME_STATE_IDLE;
-}
-
 int CHttpFrame::Stop(bool viaAsync)
 {
     if (m_State != FRAME_STATE_INITED || !m_bRunning)
     {
         return -1;
     }
-    const bool onLoop = IsLoopThread();
-    if (onLoop && !viaAsync)
+    return IsLoopThread() ? StopFromLoop(viaAsync) : StopFromHost();
+}
+
+int CHttpFrame::StopFromLoop(bool viaAsync)
+{
+    if (!viaAsync)
     {
         OnStop(&m_StopAsync);
     }
-    else if (!SendStop())
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    if (viaAsync && !SendStopLocked())
     {
         return -1;
     }
-    if (onLoop)
+    const bool joinedByHost = m_LoopThread == LoopThread::Attached && !m_Thread.joinable();
+    if (!joinedByHost)
     {
-        DetachThread();
-    }
-    else
-    {
-        JoinThread();
+        m_Thread.detach(); // throws when an earlier Stop on this thread detached it
+        m_LoopThread = LoopThread::Detached;
     }
     return 0;
 }
 
-/// Wakes the loop to run OnStop; the lock keeps OnStop from closing the
-/// wake-up meanwhile.
-bool CHttpFrame::SendStop()
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    return !m_bRunning ||
-           CheckUv(uv_async_send(&m_StopAsync),
-                   "[HTTP_INTERFACE]err[%d:%s]uv_async_send failed while stop HttpFrame");
-}
-
-void CHttpFrame::DetachThread()
-{
-    const std::lock_guard<std::mutex> lock(m_Mutex);
-    m_Thread.detach(); // throws when an earlier Stop on this thread detached it already
-    m_LoopThread = LoopThread::Detached;
-}
-
-/// Of two threads that stop the engine at once only one gets the thread.
-void CHttpFrame::JoinThread()
+// Of two threads that stop the engine at once only one gets the thread, under
+// the lock under which it wakes the loop: later the engine may be in its next
+// cycle already.
+int CHttpFrame::StopFromHost()
 {
     std::thread thread;
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (!SendStopLocked())
+        {
+            return -1;
+        }
         if (m_Thread.get_id() == std::this_thread::get_id())
         {
             throw std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur));
@@ -332,7 +198,7 @@ void CHttpFrame::JoinThread()
     }
     if (!thread.joinable())
     {
-        return;
+        return 0;
     }
     try
     {
@@ -344,6 +210,16 @@ void CHttpFrame::JoinThread()
         m_Thread = std::move(thread);
         throw;
     }
+    return 0;
+}
+
+/// Wakes the loop to run OnStop; the lock keeps OnStop from closing the wake-up
+/// meanwhile.
+bool CHttpFrame::SendStopLocked()
+{
+    return !m_bRunning ||
+           CheckUv(uv_async_send(&m_StopAsync),
+                   "[HTTP_INTERFACE]err[%d:%s]uv_async_send failed while stop HttpFrame");
 }
 
 bool CHttpFrame::IsLoopThread() const

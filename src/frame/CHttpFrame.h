@@ -26,7 +26,7 @@ enum HttpFrameState : std::int32_t
 
 /// The engine: a libuv loop and a libcurl multi handle on one private thread.
 ///
-/// Life cycle in CHttpFrame.cpp, operation queue in CHttpFrameQueue.cpp; the
+/// Life cycle in CHttpFrame.cpp and CHttpFrameLoop.cpp, operation queue in CHttpFrameQueue.cpp; the
 /// libcurl callbacks are SocketBridge, finished transfers TransferCompletion.
 ///
 /// m_Mutex is the only lock. Host threads build operation records and append
@@ -78,9 +78,9 @@ private:
     void FrameThread();
     void CloseLoop();
     void CloseHandles();
-    bool SendStop();
-    void DetachThread();
-    void JoinThread();
+    int StopFromLoop(bool viaAsync);
+    int StopFromHost();
+    bool SendStopLocked();
     static void OnLoopPrepare(uv_prepare_t* prepare);
     static void OnStop(uv_async_t* handle);
 

@@ -14,6 +14,23 @@
 
 namespace http_interface
 {
+namespace
+{
+
+/// Sets the flag, also when a completion throws out of it.
+class CancellingScope
+{
+public:
+    explicit CancellingScope(bool& cancelling) : m_Cancelling(cancelling) { m_Cancelling = true; }
+    ~CancellingScope() { m_Cancelling = false; }
+    CancellingScope(const CancellingScope&) = delete;
+    CancellingScope& operator=(const CancellingScope&) = delete;
+
+private:
+    bool& m_Cancelling;
+};
+
+} // namespace
 
 int CHttpFrame::AddHttpReq(std::shared_ptr<IHttpHandleInterface> handle, bool async,
                            HttpReqCallback done, void* user)
@@ -154,12 +171,11 @@ void CHttpFrame::CancelAsynOpers()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_bRunning = false;
-    m_bCancelling = true;
+    const CancellingScope cancelling(m_bCancelling);
     for (auto it = m_AsynOperReqList.begin(); it != m_AsynOperReqList.end();)
     {
         it = (*it)->target->CancelAsynOper(*it) ? m_AsynOperReqList.erase(it) : std::next(it);
     }
-    m_bCancelling = false;
 }
 
 } // namespace http_interface

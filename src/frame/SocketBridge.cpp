@@ -2,7 +2,7 @@
 
 #include "frame/CHttpFrame.h"
 #include "frame/TransferCompletion.h"
-#include "module/HttpLog.h"
+#include "module/CallCheck.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -46,13 +46,8 @@ CURLMcode Act(CHttpFrame* frame, curl_socket_t s, int flags)
 void OnTimeout(uv_timer_t* timer)
 {
     auto* const frame = static_cast<CHttpFrame*>(timer->data);
-    const CURLMcode code = Act(frame, CURL_SOCKET_TIMEOUT, 0);
-    if (code != CURLM_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_socket_action failed while OnTimeout",
-                static_cast<int>(code), curl_multi_strerror(code));
-    }
+    CheckMulti(Act(frame, CURL_SOCKET_TIMEOUT, 0),
+               "[HTTP_INTERFACE]err[%d:%s]curl_multi_socket_action failed while OnTimeout");
     CheckMultiInfo(frame);
 }
 
@@ -71,14 +66,9 @@ void CurlPerform(uv_poll_t* handle, int /*status*/, int events)
     {
         flags |= CURL_CSELECT_OUT;
     }
-    const CURLMcode code = Act(frame, ctx->sockfd, flags);
+    CheckMulti(Act(frame, ctx->sockfd, flags),
+               "[HTTP_INTERFACE]err[%d:%s]curl_multi_socket_action failed while CurlPerform");
     // *ctx may be gone here.
-    if (code != CURLM_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_socket_action failed while CurlPerform",
-                static_cast<int>(code), curl_multi_strerror(code));
-    }
     CheckMultiInfo(frame);
 }
 
@@ -116,12 +106,9 @@ int Watch(CHttpFrame* frame, curl_socket_t s, int events, CurlSocketCtx* ctx)
     }
     // Also for a record that is attached already. One that can't be attached
     // stays unstarted.
-    const CURLMcode code = curl_multi_assign(frame->Multi(), s, ctx);
-    if (code != CURLM_OK)
+    if (!CheckMulti(curl_multi_assign(frame->Multi(), s, ctx),
+                    "[HTTP_INTERFACE]err[%d:%s]curl_multi_assign failed while OnHandleSocket"))
     {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_assign failed while OnHandleSocket",
-                static_cast<int>(code), curl_multi_strerror(code));
         return -1;
     }
     if (HasPollHandle(ctx))

@@ -2,7 +2,7 @@
 
 #include "frame/CHttpFrame.h"
 #include "handle/CHttpHandle.h"
-#include "module/HttpLog.h"
+#include "module/CallCheck.h"
 
 #include <cstring>
 #include <curl/curl.h>
@@ -26,59 +26,52 @@ bool IsWebSocket(CURL* easy)
 void LogResult(CURL* easy, CURLcode result)
 {
     const char* url = nullptr;
-    const CURLcode code = curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url);
-    if (code != CURLE_OK)
+    if (CheckEasy(curl_easy_getinfo(easy, CURLINFO_EFFECTIVE_URL, &url),
+                  "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_EFFECTIVE_URL failed while "
+                  "FinishHttpReq"))
     {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_EFFECTIVE_URL failed while "
-                "FinishHttpReq",
-                static_cast<int>(code), curl_easy_strerror(code));
-        return;
+        HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]%s DONE result[%d:%s]", url,
+                static_cast<int>(result), curl_easy_strerror(result));
     }
-    HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]%s DONE result[%d:%s]", url, static_cast<int>(result),
-            curl_easy_strerror(result));
 }
 
 /// The request handle behind an easy handle; empty when it has none.
 std::shared_ptr<CHttpHandle> HandleOf(CURL* easy)
 {
     char* self = nullptr;
-    const CURLcode code = curl_easy_getinfo(easy, CURLINFO_PRIVATE, &self);
-    if (code != CURLE_OK)
+    if (!CheckEasy(curl_easy_getinfo(easy, CURLINFO_PRIVATE, &self),
+                   "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_PRIVATE failed while "
+                   "FinishHttpReq") ||
+        self == nullptr)
     {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_PRIVATE failed while "
-                "FinishHttpReq",
-                static_cast<int>(code), curl_easy_strerror(code));
         return nullptr;
     }
-    return self != nullptr ? *reinterpret_cast<std::shared_ptr<CHttpHandle>*>(self) : nullptr;
+    return *reinterpret_cast<std::shared_ptr<CHttpHandle>*>(self);
 }
 
-CURLMcode Remove(CHttpFrame* frame, CURL* easy)
+/// Takes a finished transfer out of the multi handle and logs its result. A
+/// request that is deleted by whoever reads the lines stays until the
+/// completion is over.
+/// @return the handle to be told; empty for none.
+std::shared_ptr<CHttpHandle> TakeOut(CHttpFrame* frame, CURL* easy, CURLcode result)
 {
     const DeferredDeletes::CurlCall call(frame->Deletes());
-    return curl_multi_remove_handle(frame->Multi(), easy);
+    CheckMulti(curl_multi_remove_handle(frame->Multi(), easy),
+               "[HTTP_INTERFACE]err[%d:%s]curl_multi_remove_handle failed while CheckMultiInfo");
+    // A WebSocket ends silently: the host hears of it only by a close message
+    // from the peer.
+    if (IsWebSocket(easy))
+    {
+        return nullptr;
+    }
+    LogResult(easy, result);
+    return HandleOf(easy);
 }
 
 void FinishHttpReq(CHttpFrame* frame, CURL* easy, CURLcode result)
 {
     const DeferredDeletes::Completion completion(frame->Deletes());
-    const CURLMcode removed = Remove(frame, easy);
-    if (removed != CURLM_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_remove_handle failed while CheckMultiInfo",
-                static_cast<int>(removed), curl_multi_strerror(removed));
-    }
-    // A WebSocket ends silently: the host hears of it only by a close message
-    // from the peer.
-    if (IsWebSocket(easy))
-    {
-        return;
-    }
-    LogResult(easy, result);
-    if (const std::shared_ptr<CHttpHandle> handle = HandleOf(easy))
+    if (const std::shared_ptr<CHttpHandle> handle = TakeOut(frame, easy, result))
     {
         handle->NotifyFinish(result == CURLE_OK ? kFinished : kFailed);
     }

@@ -3,6 +3,7 @@
 #include "frame/CHttpFrame.h"
 #include "handle/EasyOption.h"
 #include "http_interface/IHttpHandleNotic.h"
+#include "module/CallCheck.h"
 
 #include <utility>
 
@@ -192,15 +193,10 @@ long CHttpHandle::GetResponseCode()
         return -1;
     }
     long responseCode = -1;
-    const CURLcode code = curl_easy_getinfo(m_pEasy, CURLINFO_RESPONSE_CODE, &responseCode);
-    if (code != CURLE_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_RESPONSE_CODE failed",
-                static_cast<int>(code), curl_easy_strerror(code));
-        return -1;
-    }
-    return responseCode;
+    const bool known =
+        CheckEasy(curl_easy_getinfo(m_pEasy, CURLINFO_RESPONSE_CODE, &responseCode),
+                  "[HTTP_INTERFACE]err[%d:%s]curl_easy_getinfo CURLINFO_RESPONSE_CODE failed");
+    return known ? responseCode : -1;
 }
 
 } // namespace http_interface

@@ -29,8 +29,8 @@ struct AsynHttpReq;
 /// several threads may use at a time; the rest has no lock.
 ///
 /// Once initialised, the handle owns itself through m_pSelf, whose address is
-/// libcurl's user pointer: taken in InitRequest, dropped in CleanUp, which the
-/// delete operation runs.
+/// libcurl's user pointer: taken in InitRequest, dropped in ReleaseAll, which the
+/// delete operation leads to.
 class CHttpHandle : public std::enable_shared_from_this<CHttpHandle>,
                     public IHttpHandleInterface,
                     public IAsynOperInterface
@@ -88,7 +88,9 @@ private:
     static constexpr int kMethodUpload = 2;
     static constexpr int kMethodWebSocket = 3;
 
-    bool IsReady() const { return m_State == STATE_READY && m_pEasy != nullptr; }
+    /// There is an easy handle then; not asked for itself, since the loop thread
+    /// may be letting it go while another thread asks.
+    bool IsReady() const { return m_State == STATE_READY; }
     std::shared_ptr<CHttpFrame> Frame() const;
     bool SetInitialOptions(const char* url, int method, int connectTimeoutMs, int timeoutMs);
     bool SetMethodOption(int method);

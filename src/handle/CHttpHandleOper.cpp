@@ -5,9 +5,7 @@
 #include "frame/CHttpFrame.h"
 #include "handle/CHttpHandle.h"
 #include "http_interface/IHttpHandleNotic.h"
-#include "module/HttpLog.h"
-
-#include <utility>
+#include "module/CallCheck.h"
 
 namespace http_interface
 {
@@ -128,15 +126,10 @@ int CHttpHandle::AddToMulti()
     SetBodySource();
     const std::shared_ptr<CHttpFrame> frame = Frame();
     const DeferredDeletes::CurlCall call(DeletesOf(frame));
-    const CURLMcode code = curl_multi_add_handle(MultiOf(frame), m_pEasy);
-    if (code != CURLM_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_add_handle failed while AddHttpReq",
-                static_cast<int>(code), curl_multi_strerror(code));
-        return -1;
-    }
-    return 0;
+    const bool done =
+        CheckMulti(curl_multi_add_handle(MultiOf(frame), m_pEasy),
+                   "[HTTP_INTERFACE]err[%d:%s]curl_multi_add_handle failed while AddHttpReq");
+    return done ? 0 : -1;
 }
 
 // One line for a delete, a cancel and a disconnect. A handle that was never
@@ -145,15 +138,10 @@ int CHttpHandle::RemoveFromMulti()
 {
     const std::shared_ptr<CHttpFrame> frame = Frame();
     const DeferredDeletes::CurlCall call(DeletesOf(frame));
-    const CURLMcode code = curl_multi_remove_handle(MultiOf(frame), m_pEasy);
-    if (code != CURLM_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR,
-                "[HTTP_INTERFACE]err[%d:%s]curl_multi_remove_handle failed while DelHttpReq",
-                static_cast<int>(code), curl_multi_strerror(code));
-        return -1;
-    }
-    return 0;
+    const bool done =
+        CheckMulti(curl_multi_remove_handle(MultiOf(frame), m_pEasy),
+                   "[HTTP_INTERFACE]err[%d:%s]curl_multi_remove_handle failed while DelHttpReq");
+    return done ? 0 : -1;
 }
 
 void CHttpHandle::Complete(const AsynHttpReq& req, int result)

@@ -5,7 +5,7 @@
 #include "frame/CHttpFrame.h"
 #include "handle/CHttpHandle.h"
 #include "http_interface/IHttpHandleNotic.h"
-#include "module/HttpLog.h"
+#include "module/CallCheck.h"
 
 #include <utility>
 
@@ -88,13 +88,9 @@ void CHttpHandle::SendWsFrame(const std::shared_ptr<std::vector<char>>& data, st
 {
     const std::shared_ptr<CHttpFrame> frame = Frame();
     const DeferredDeletes::CurlCall call(frame->Deletes());
-    const CURLcode code = curl_ws_send(m_pEasy, data ? data->data() : nullptr,
-                                       data ? data->size() : 0, sent, 0, flags);
-    if (code != CURLE_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]err[%d:%s]curl_ws_send failed",
-                static_cast<int>(code), curl_easy_strerror(code));
-    }
+    CheckEasy(curl_ws_send(m_pEasy, data ? data->data() : nullptr, data ? data->size() : 0, sent, 0,
+                           flags),
+              "[HTTP_INTERFACE]err[%d:%s]curl_ws_send failed");
 }
 
 // What libcurl did not take of a message is not sent later.

@@ -1,7 +1,6 @@
 #include "module/LibraryEntry.h"
 
-#include "module/HttpLog.h"
-#include "module/Platform.h"
+#include "module/CallCheck.h"
 
 #include <atomic>
 #include <curl/curl.h>
@@ -17,12 +16,8 @@ std::atomic<int> loopThreads{0};
 
 void OnLibraryLoad()
 {
-    const CURLcode code = curl_global_init(CURL_GLOBAL_SSL | CURL_GLOBAL_WIN32);
-    if (code != CURLE_OK)
-    {
-        HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]err[%d:%s]curl_global_init failed",
-                static_cast<int>(code), curl_easy_strerror(code));
-    }
+    CheckEasy(curl_global_init(CURL_GLOBAL_SSL | CURL_GLOBAL_WIN32),
+              "[HTTP_INTERFACE]err[%d:%s]curl_global_init failed");
 }
 
 void OnLibraryUnload()
@@ -33,14 +28,15 @@ void OnLibraryUnload()
     }
 }
 
-LoopThreadScope::LoopThreadScope()
+LoopThreadMark::LoopThreadMark()
 {
     ++loopThreads;
 }
 
-LoopThreadScope::~LoopThreadScope()
+LoopThreadMark::LoopThreadMark(const LoopThreadMark&) : LoopThreadMark() {}
+
+LoopThreadMark::~LoopThreadMark()
 {
-    platform::OnLoopThreadEnd();
     --loopThreads;
 }
 

@@ -15,14 +15,15 @@ void OnLibraryLoad();
 /// left as it is, since that thread is using it.
 void OnLibraryUnload();
 
-/// Spans the life of a loop thread: made first and destroyed last on it.
-class LoopThreadScope
+/// Counts one loop thread as long as it exists: made before the thread is and
+/// handed to it. Every copy counts for itself.
+class LoopThreadMark
 {
 public:
-    LoopThreadScope();
-    ~LoopThreadScope();
-    LoopThreadScope(const LoopThreadScope&) = delete;
-    LoopThreadScope& operator=(const LoopThreadScope&) = delete;
+    LoopThreadMark();
+    LoopThreadMark(const LoopThreadMark&);
+    LoopThreadMark& operator=(const LoopThreadMark&) = delete;
+    ~LoopThreadMark();
 };
 
 } // namespace http_interface

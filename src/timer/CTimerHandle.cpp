@@ -59,7 +59,7 @@ int CTimerHandle::PerformOrPost(AsynOperType type, int (*uvCall)(uv_timer_t*), c
             std::make_shared<AsynTimerReq>(type, shared_from_this(), user, std::move(done)));
         return 0;
     }
-    if (uvCall(&m_timer) != 0)
+    if (IsOnLoop() && uvCall(&m_timer) != 0)
     {
         HttpLog(LOG_LEVEL_ERROR, failure);
         return -1;
@@ -89,6 +89,7 @@ int CTimerHandle::DoAsynOper(std::shared_ptr<AsynOperReq> req, std::shared_ptr<C
     // The failure of the other three reaches only their completion.
     case ASYN_OPER_DEL_TIMER:
         Complete(timerReq, DelInLoop());
+        CloseLeftOver();
         return 0;
     case ASYN_OPER_STOP_TIMER:
         Complete(timerReq, StopInLoop());
@@ -128,6 +129,8 @@ int CTimerHandle::AddInLoop(const std::shared_ptr<CHttpFrame>& frame)
         HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]Init timer failed");
         return -1;
     }
+    // libuv counts from the loop's clock, which stands still while a turn lasts.
+    uv_update_time(m_timer.loop);
     const int code = uv_timer_start(&m_timer, TimerCallback, m_timeout, m_repeat);
     if (code != 0)
     {
@@ -150,6 +153,15 @@ int CTimerHandle::DelInLoop()
     return result;
 }
 
+// The loop of a left-over timer can't close it any more: the host is told now.
+void CTimerHandle::CloseLeftOver()
+{
+    if (!IsOnLoop())
+    {
+        CloseCallback(reinterpret_cast<uv_handle_t*>(&m_timer)); // nothing if never initialised
+    }
+}
+
 int CTimerHandle::StopInLoop()
 {
     const int result = StopUvTimer();
@@ -162,7 +174,7 @@ int CTimerHandle::StopInLoop()
 
 int CTimerHandle::AgainInLoop()
 {
-    const int code = uv_timer_again(&m_timer);
+    const int code = IsOnLoop() ? uv_timer_again(&m_timer) : 0;
     if (code != 0)
     {
         HttpLog(LOG_LEVEL_ERROR, "[HTTP_INTERFACE]err[%d:%s]uv_timer_again[%d:%d] failed", code,
@@ -176,21 +188,35 @@ int CTimerHandle::AgainInLoop()
 int CTimerHandle::InitTimer(const std::shared_ptr<uv_loop_s>& loop,
                             const std::shared_ptr<CHttpFrame>& frame)
 {
+    if (IsOnLoop())
+    {
+        // A second add: libuv must not initialise a timer that still waits in
+        // its heap. The self-reference of the first add is lost.
+        uv_timer_stop(&m_timer);
+    }
     if (!loop || !frame || uv_timer_init(loop.get(), &m_timer) != 0)
     {
         return -1;
     }
     m_timer.data = new std::shared_ptr<CTimerHandle>(shared_from_this());
+    m_loop = loop;
     std::atomic_store(&m_frame, frame);
     return 0;
 }
 
-// A timer that was never initialised is not running: an add that is cancelled
-// when the engine stops leaves one behind for the delete that follows it. libuv
-// would crash on it.
+// Not so for a timer that was never initialised, which an add that is cancelled
+// when the engine stops leaves to the delete behind it, nor for one that was
+// left over from an earlier run of the engine, whose loop is gone. Neither
+// runs; libuv would crash on both.
+bool CTimerHandle::IsOnLoop() const
+{
+    const std::shared_ptr<uv_loop_s> loop = m_loop.lock();
+    return loop && loop == m_frame->Loop();
+}
+
 int CTimerHandle::StopUvTimer()
 {
-    if (!m_frame)
+    if (!IsOnLoop())
     {
         return 0;
     }
@@ -207,7 +233,7 @@ int CTimerHandle::StopUvTimer()
 void CTimerHandle::Close()
 {
     auto* const handle = reinterpret_cast<uv_handle_t*>(&m_timer);
-    if (m_frame && uv_is_closing(handle) == 0)
+    if (IsOnLoop() && uv_is_closing(handle) == 0)
     {
         uv_close(handle, CloseCallback);
     }

@@ -46,9 +46,11 @@ private:
     // Loop thread only:
     int AddInLoop(const std::shared_ptr<CHttpFrame>& frame);
     int DelInLoop();
+    void CloseLeftOver();
     int StopInLoop();
     int AgainInLoop();
     int InitTimer(const std::shared_ptr<uv_loop_s>& loop, const std::shared_ptr<CHttpFrame>& frame);
+    bool IsOnLoop() const;
     int StopUvTimer();
     void Close();
     void Complete(const AsynTimerReq& req, int result);
@@ -63,6 +65,7 @@ private:
     std::uint64_t m_repeat;  ///< milliseconds between later ones; 0 for one expiry
     std::shared_ptr<ITimerHandleNotic> m_notic; ///< may be empty; let go when closed
     void* m_userData;
+    std::weak_ptr<uv_loop_s> m_loop; ///< that m_timer was initialised on; loop thread only
 };
 
 } // namespace http_interface

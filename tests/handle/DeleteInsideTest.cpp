@@ -5,6 +5,8 @@
 #include "support/EngineTest.h"
 #include "support/Servers.h"
 
+#include <utility>
+
 namespace test
 {
 namespace
@@ -151,40 +153,50 @@ TEST_F(DeleteInsideTest, ByAStopFromItsProgressNotice)
     EXPECT_EQ(m_pNotic->m_Finished.Count(), 0);
 }
 
-/// A logger that deletes a request when it sees a line with a certain start.
+/// A logger that deletes a request when it sees a certain format.
 class DeletingLog : public base::IBaseLogInterface
 {
 public:
+    DeletingLog(std::string format, std::function<void()> deletes)
+        : m_Format(std::move(format)), m_Delete(std::move(deletes))
+    {
+    }
+
     void WriteLog(const int*, const long*, const char* format, ...) override
     {
-        if (std::string(format).find("[HEADER_IN]") != std::string::npos && !m_bDone)
+        if (m_Delete && std::string(format).find(m_Format) != std::string::npos)
         {
-            m_bDone = true;
-            m_Delete();
+            std::exchange(m_Delete, nullptr)();
         }
     }
 
+private:
+    const std::string m_Format;
     std::function<void()> m_Delete;
-    bool m_bDone = false;
 };
 
-TEST_F(DeleteInsideTest, FromATraceLine)
+class DeleteFromALineTest : public DeleteInsideTest,
+                            public ::testing::WithParamInterface<const char*>
+{
+};
+
+TEST_P(DeleteFromALineTest, TellsNoNoticeAfterwards)
 {
     const auto handle = MakeHandle(Server("HTTP_URL") + "/bytes/64k");
-    const auto log = std::make_shared<DeletingLog>();
-    log->m_Delete = [&]
-    {
-        DeleteAtOnce(handle);
-    };
     ASSERT_EQ(handle->EnableVerbose(), 0);
-    base::IBaseLogInterface::SetLogInstance(log);
+    base::IBaseLogInterface::SetLogInstance(
+        std::make_shared<DeletingLog>(GetParam(), [&] { DeleteAtOnce(handle); }));
     ASSERT_EQ(m_pEngine->AddHttpReq(handle, false, nullptr, nullptr), 0);
     ASSERT_TRUE(m_Deleted.Wait());
-    EXPECT_EQ(m_Deleted.Result(), -1);
-    OnLoop([&] { EXPECT_EQ(handle->GetResponseCode(), -1); });
+    OnLoop([&] { EXPECT_EQ(handle->GetResponseCode(), -1) << "still has its easy handle"; });
+    EXPECT_EQ(m_Deleted.Calls(), 1);
     EXPECT_EQ(m_pNotic->m_Finished.Count(), 0);
     base::IBaseLogInterface::SetLogInstance(nullptr);
 }
+
+INSTANTIATE_TEST_SUITE_P(Of, DeleteFromALineTest,
+                         ::testing::Values("[HEADER_OUT]", "[HEADER_IN]", "[DATA_IN]", "[TEXT]",
+                                           " DONE result["));
 
 } // namespace
 } // namespace test

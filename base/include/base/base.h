@@ -52,7 +52,8 @@ public:
     virtual void Reserved8() {}
     virtual void Reserved9() {}
 
-    /// Writes one line. Any thread. The pointers are valid during the call.
+    /// Writes one line. Any thread, also inside libcurl and under an engine's
+    /// lock: it must not call the engine. The pointers are valid during the call.
     /// @param level     As SetDefaultLogLevel() lists them.
     /// @param threadId  GetTid() of the thread that writes the line.
     /// @param format    A printf format without a line end, and its arguments.
