@@ -106,23 +106,6 @@ TEST_F(WriteCallbackTest, WritesToTheDownloadFileInstead)
     EXPECT_EQ(ReadFile(file.Path()), "abcdefghi");
 }
 
-TEST_F(WriteCallbackTest, WriteThatFailsGoesUnnoticed)
-{
-    using WriteFile = std::size_t(const void*, std::size_t, std::size_t, std::FILE*);
-    const TempFile file;
-    MakeReady(kGet);
-    ASSERT_EQ(m_pHandle->SetDownloadFile(file.Path().c_str()), 0);
-    {
-        const Replaced<WriteFile> fails(
-            hooks::fwrite(), [](const void*, std::size_t, std::size_t, std::FILE*) { return 0; });
-        EXPECT_EQ(WriteText("abc"), 3u);
-    }
-    EXPECT_TRUE(m_Log.Lines().empty());
-    EXPECT_EQ(WriteText("def"), 3u);
-    EndHandle();
-    EXPECT_EQ(ReadFile(file.Path()), "def");
-}
-
 TEST_F(WriteCallbackTest, WebSocketWithADownloadFileWritesThereToo)
 {
     const TempFile file;

@@ -73,8 +73,6 @@ HTTP_INTERFACE_HOOK(CURLcode, curl_ws_send,
                     (easy, data, size, sent, fragment, flags), easy, static_cast<long>(flags))
 HTTP_INTERFACE_HOOK(const curl_ws_frame*, curl_ws_meta, (CURL * easy), (easy), easy, 0)
 HTTP_INTERFACE_HOOK(int, fclose, (std::FILE * file), (file), file, 0)
-HTTP_INTERFACE_HOOK(size_t, fwrite, (const void* data, size_t size, size_t count, std::FILE* file),
-                    (data, size, count, file), file, static_cast<long>(count))
 HTTP_INTERFACE_HOOK(int, uv_loop_init, (uv_loop_t * loop), (loop), loop, 0)
 HTTP_INTERFACE_HOOK(int, uv_loop_close, (uv_loop_t * loop), (loop), loop, 0)
 HTTP_INTERFACE_HOOK(int, uv_run, (uv_loop_t * loop, uv_run_mode mode), (loop, mode), loop, mode)

@@ -35,7 +35,6 @@ Hook<void(curl_slist*)>& curl_slist_free_all();
 Hook<CURLcode(CURL*, const void*, size_t, size_t*, curl_off_t, unsigned int)>& curl_ws_send();
 Hook<const curl_ws_frame*(CURL*)>& curl_ws_meta();
 Hook<int(std::FILE*)>& fclose();
-Hook<size_t(const void*, size_t, size_t, std::FILE*)>& fwrite();
 Hook<int(uv_loop_t*)>& uv_loop_init();
 Hook<int(uv_loop_t*)>& uv_loop_close();
 Hook<int(uv_loop_t*, uv_run_mode)>& uv_run();
