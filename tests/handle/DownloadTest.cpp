@@ -4,10 +4,12 @@
 #include "support/Memory.h"
 #include "support/Servers.h"
 #include "support/TempFile.h"
+#include "support/Transfers.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 
 namespace test
 {

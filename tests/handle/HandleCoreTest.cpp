@@ -1,6 +1,7 @@
 #include "support/EngineTest.h"
 #include "support/Servers.h"
 #include "support/TempFile.h"
+#include "support/Transfers.h"
 
 namespace test
 {
@@ -176,7 +177,7 @@ TEST_F(HandleCoreTest, WithoutANoticeTheRequestStillRuns)
     const auto handle = IHttpHandleInterface::Create();
     ASSERT_EQ(handle->InitRequest(url.c_str(), "tag", kGet, nullptr, 0, 0, nullptr), 0);
     ASSERT_EQ(m_pEngine->AddHttpReq(handle, false, nullptr, nullptr), 0);
-    ASSERT_TRUE(m_Log.WaitFor("[HTTP_INTERFACE]" + url + " DONE result[0:No error]"));
+    ASSERT_TRUE(m_Log.WaitFor(DoneLine(url, kNoError)));
     OnLoop([] {}); // what the loop thread wrote is seen here
     EXPECT_EQ(handle->GetResponse(), kHello);
     DeleteAll(handle);
@@ -189,7 +190,7 @@ TEST_F(HandleCoreTest, TransferThatTakesTooLongFails)
     const auto handle = MakeHandle(url, kGet, 100);
     Run(handle);
     EXPECT_EQ(m_pNotic->m_Result, -2);
-    EXPECT_TRUE(m_Log.WaitFor("[HTTP_INTERFACE]" + url + " DONE result[28:Timeout was reached]"));
+    EXPECT_TRUE(m_Log.WaitFor(DoneLine(url, kTimeout)));
     DeleteAll(handle);
 }
 

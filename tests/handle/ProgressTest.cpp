@@ -2,9 +2,10 @@
 
 #include "support/EngineTest.h"
 #include "support/Servers.h"
+#include "support/Transfers.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <random>
 
 namespace test
 {
@@ -60,7 +61,7 @@ TEST_F(ProgressTest, OfADownloadGrowsUpToTheTotal)
 TEST_F(ProgressTest, OfAnUploadGrowsUpToTheTotal)
 {
     constexpr std::size_t kSize = 4 << 20;
-    const std::string name = "progress-" + std::to_string(std::random_device{}());
+    const std::string name = "progress-" + UniqueKey();
     const auto handle = MakeHandle(Server("HTTP_URL") + "/dav/" + name, kUpload);
     ASSERT_EQ(handle->SetProgress(true), 0);
     ASSERT_EQ(handle->SetUploadSize(kSize), 0);
@@ -123,7 +124,7 @@ TEST_F(ProgressTest, WithoutANoticeTheTransferGoesOn)
     ASSERT_EQ(handle->InitRequest(url.c_str(), "tag", kGet, nullptr, 0, 0, nullptr), 0);
     ASSERT_EQ(handle->SetProgress(true), 0);
     ASSERT_EQ(m_pEngine->AddHttpReq(handle, false, nullptr, nullptr), 0);
-    EXPECT_TRUE(m_Log.WaitFor("[HTTP_INTERFACE]" + url + " DONE result[0:No error]"));
+    EXPECT_TRUE(m_Log.WaitFor(DoneLine(url, kNoError)));
     Delete(handle);
 }
 

@@ -4,18 +4,15 @@
 #include "support/EngineTest.h"
 #include "support/Servers.h"
 #include "support/TempFile.h"
+#include "support/Transfers.h"
 
 #include <filesystem>
-#include <random>
+#include <fstream>
 
 namespace test
 {
 namespace
 {
-
-const std::string kOk = "0:No error";
-const std::string kNotTrusted = "60:SSL peer certificate or SSH remote key was not OK";
-const std::string kNoCaFile = "77:Problem with the SSL CA cert (path? access rights?)";
 
 class TlsTest : public EngineTest
 {
@@ -23,19 +20,16 @@ protected:
     void SetUp() override { StartEngine(); }
 
     /// A URI that no other test asks for.
-    static std::string UniqueUri() { return "/hello?" + std::to_string(std::random_device{}()); }
+    static std::string UniqueUri() { return "/hello?" + UniqueKey(); }
 
     /// Runs and deletes a request, and checks what came of it.
-    void RunAndExpect(const std::shared_ptr<IHttpHandleInterface>& handle,
-                      const std::string& result)
+    void RunAndExpect(const std::shared_ptr<IHttpHandleInterface>& handle, const CurlResult& result)
     {
         Run(handle);
-        EXPECT_EQ(m_pNotic->m_Result, result == kOk ? 0 : -2);
-        EXPECT_EQ(handle->GetResponseCode(), result == kOk ? 200 : 0);
-        EXPECT_EQ(handle->GetResponse(), result == kOk ? "hello from nginx\n" : "");
-        EXPECT_EQ(m_Log.Count(kDebug, "[HTTP_INTERFACE]" + handle->GetUrl() + " DONE result[" +
-                                          result + "]"),
-                  1);
+        EXPECT_EQ(m_pNotic->m_Result, result.code == 0 ? 0 : -2);
+        EXPECT_EQ(handle->GetResponseCode(), result.code == 0 ? 200 : 0);
+        EXPECT_EQ(handle->GetResponse(), result.code == 0 ? "hello from nginx\n" : "");
+        EXPECT_EQ(m_Log.Count(kDebug, DoneLine(handle->GetUrl(), result)), 1);
         Delete(handle);
     }
 };
@@ -45,7 +39,7 @@ struct Trust
     std::string name;
     std::string server;
     std::string ca; ///< key of a file; empty to turn verification off
-    std::string result;
+    CurlResult result;
 };
 
 class TrustTest : public TlsTest, public ::testing::WithParamInterface<Trust>
@@ -63,19 +57,21 @@ TEST_P(TrustTest, IsDecidedByTheCaCert)
 
 INSTANTIATE_TEST_SUITE_P(
     Of, TrustTest,
-    ::testing::Values(
-        Trust{"Good", "HTTPS_URL", "CA", kOk}, Trust{"GoodByAddress", "HTTPS_IP_URL", "CA", kOk},
-        Trust{"GoodTls12", "TLS12_URL", "CA", kOk}, Trust{"GoodTls13", "TLS13_URL", "CA", kOk},
-        Trust{"GoodHttp2", "H2_URL", "CA", kOk},
-        Trust{"OtherCa", "HTTPS_URL", "OTHER_CA", kNotTrusted},
-        Trust{"Expired", "HTTPS_EXPIRED_URL", "CA", kNotTrusted},
-        Trust{"WrongHost", "HTTPS_WRONG_HOST_URL", "CA", kNotTrusted},
-        Trust{"SelfSigned", "HTTPS_SELF_SIGNED_URL", "CA", kNotTrusted},
-        Trust{"SelfSignedAndTrusted", "HTTPS_SELF_SIGNED_URL", "SELF_SIGNED_CERT", kOk},
-        Trust{"GoodUnverified", "HTTPS_URL", "", kOk},
-        Trust{"ExpiredUnverified", "HTTPS_EXPIRED_URL", "", kOk},
-        Trust{"WrongHostUnverified", "HTTPS_WRONG_HOST_URL", "", kOk},
-        Trust{"SelfSignedUnverified", "HTTPS_SELF_SIGNED_URL", "", kOk}),
+    ::testing::Values(Trust{"Good", "HTTPS_URL", "CA", kNoError},
+                      Trust{"GoodByAddress", "HTTPS_IP_URL", "CA", kNoError},
+                      Trust{"GoodTls12", "TLS12_URL", "CA", kNoError},
+                      Trust{"GoodTls13", "TLS13_URL", "CA", kNoError},
+                      Trust{"GoodHttp2", "H2_URL", "CA", kNoError},
+                      Trust{"OtherCa", "HTTPS_URL", "OTHER_CA", kUntrusted},
+                      Trust{"Expired", "HTTPS_EXPIRED_URL", "CA", kUntrusted},
+                      Trust{"WrongHost", "HTTPS_WRONG_HOST_URL", "CA", kUntrusted},
+                      Trust{"SelfSigned", "HTTPS_SELF_SIGNED_URL", "CA", kUntrusted},
+                      Trust{"SelfSignedAndTrusted", "HTTPS_SELF_SIGNED_URL", "SELF_SIGNED_CERT",
+                            kNoError},
+                      Trust{"GoodUnverified", "HTTPS_URL", "", kNoError},
+                      Trust{"ExpiredUnverified", "HTTPS_EXPIRED_URL", "", kNoError},
+                      Trust{"WrongHostUnverified", "HTTPS_WRONG_HOST_URL", "", kNoError},
+                      Trust{"SelfSignedUnverified", "HTTPS_SELF_SIGNED_URL", "", kNoError}),
     [](const auto& instance) { return instance.param.name; });
 
 TEST_F(TlsTest, WithoutACallThePlatformsTrustDecides)
@@ -83,7 +79,7 @@ TEST_F(TlsTest, WithoutACallThePlatformsTrustDecides)
     for (const char* const server : {"HTTPS_URL", "HTTPS_SELF_SIGNED_URL"})
     {
         m_Log.Clear();
-        RunAndExpect(MakeHandle(Server(server) + "/hello"), kNotTrusted);
+        RunAndExpect(MakeHandle(Server(server) + "/hello"), kUntrusted);
     }
 }
 
@@ -92,7 +88,7 @@ TEST_F(TlsTest, CaFileThatIsMissingFails)
     const TempFile missing;
     const auto handle = MakeHandle(Server("HTTPS_URL") + "/hello");
     ASSERT_EQ(handle->SetCaCert(missing.Path().c_str()), 0); // looked for later
-    RunAndExpect(handle, kNoCaFile);
+    RunAndExpect(handle, kBadCaFile);
 }
 
 TEST_F(TlsTest, CaFileThatHoldsNoCertificateFails)
@@ -101,7 +97,7 @@ TEST_F(TlsTest, CaFileThatHoldsNoCertificateFails)
     std::ofstream(file.Path()) << "nothing of the kind\n";
     const auto handle = MakeHandle(Server("HTTPS_URL") + "/hello");
     ASSERT_EQ(handle->SetCaCert(file.Path().c_str()), 0);
-    RunAndExpect(handle, kNoCaFile);
+    RunAndExpect(handle, kBadCaFile);
 }
 
 TEST_F(TlsTest, FolderFails)
@@ -109,7 +105,7 @@ TEST_F(TlsTest, FolderFails)
     const auto handle = MakeHandle(Server("HTTPS_URL") + "/hello");
     const std::string folder = std::filesystem::path(Server("CA_FILE")).parent_path().string();
     ASSERT_EQ(handle->SetCaCert(folder.c_str()), 0);
-    RunAndExpect(handle, kNoCaFile);
+    RunAndExpect(handle, kBadCaFile);
 }
 
 TEST_F(TlsTest, LastCaCertCounts)
@@ -117,19 +113,19 @@ TEST_F(TlsTest, LastCaCertCounts)
     const auto on = MakeHandle(Server("HTTPS_EXPIRED_URL") + "/hello");
     ASSERT_EQ(on->SetCaCert(nullptr), 0);
     ASSERT_EQ(on->SetCaCert(Server("CA_FILE").c_str()), 0);
-    RunAndExpect(on, kNotTrusted);
+    RunAndExpect(on, kUntrusted);
 
     m_Log.Clear();
     const auto off = MakeHandle(Server("HTTPS_EXPIRED_URL") + "/hello");
     ASSERT_EQ(off->SetCaCert(Server("CA_FILE").c_str()), 0);
     ASSERT_EQ(off->SetCaCert(nullptr), 0);
-    RunAndExpect(off, kOk);
+    RunAndExpect(off, kNoError);
 
     m_Log.Clear();
     const auto other = MakeHandle(Server("HTTPS_URL") + "/hello");
     ASSERT_EQ(other->SetCaCert(Server("OTHER_CA_FILE").c_str()), 0);
     ASSERT_EQ(other->SetCaCert(Server("CA_FILE").c_str()), 0);
-    RunAndExpect(other, kOk);
+    RunAndExpect(other, kNoError);
 }
 
 // A connection that was made without verification serves none that verifies.
@@ -137,11 +133,11 @@ TEST_F(TlsTest, UnverifiedConnectionIsNotReusedByARequestThatVerifies)
 {
     const auto unverified = MakeHandle(Server("HTTPS_WRONG_HOST_URL") + "/hello");
     ASSERT_EQ(unverified->SetCaCert(nullptr), 0);
-    RunAndExpect(unverified, kOk);
+    RunAndExpect(unverified, kNoError);
     m_Log.Clear();
     const auto verifying = MakeHandle(Server("HTTPS_WRONG_HOST_URL") + "/hello");
     ASSERT_EQ(verifying->SetCaCert(Server("CA_FILE").c_str()), 0);
-    RunAndExpect(verifying, kNotTrusted);
+    RunAndExpect(verifying, kUntrusted);
 }
 
 TEST_F(TlsTest, ServersVersionIsSpoken)
@@ -153,7 +149,7 @@ TEST_F(TlsTest, ServersVersionIsSpoken)
         const std::string uri = UniqueUri();
         const auto handle = MakeHandle(Server(server) + uri);
         ASSERT_EQ(handle->SetCaCert(Server("CA_FILE").c_str()), 0);
-        RunAndExpect(handle, kOk);
+        RunAndExpect(handle, kNoError);
         const std::vector<Access> accesses = WaitForAccesses(uri, 1);
         ASSERT_EQ(accesses.size(), 1u);
         EXPECT_EQ(accesses[0].tls, version);

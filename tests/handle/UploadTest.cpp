@@ -3,10 +3,10 @@
 #include "support/EngineTest.h"
 #include "support/Pattern.h"
 #include "support/Servers.h"
+#include "support/Transfers.h"
 
 #include <algorithm>
 #include <filesystem>
-#include <random>
 
 namespace test
 {
@@ -57,18 +57,16 @@ protected:
     }
 
     /// Runs and deletes an upload that must fail with libcurl's code.
-    void RunFailing(const std::shared_ptr<IHttpHandleInterface>& handle, const std::string& result)
+    void RunFailing(const std::shared_ptr<IHttpHandleInterface>& handle, const CurlResult& result)
     {
         Run(handle);
         EXPECT_EQ(m_pNotic->m_Result, -2);
-        EXPECT_EQ(m_Log.Count(kDebug, "[HTTP_INTERFACE]" + handle->GetUrl() + " DONE result[" +
-                                          result + "]"),
-                  1);
+        EXPECT_EQ(m_Log.Count(kDebug, DoneLine(handle->GetUrl(), result)), 1);
         Delete(handle);
         EXPECT_FALSE(std::filesystem::exists(m_File));
     }
 
-    std::string m_Name = "upload-" + std::to_string(std::random_device{}());
+    std::string m_Name = "upload-" + UniqueKey();
     std::string m_File = Server("DAV_DIR") + "/" + m_Name;
 };
 
@@ -150,7 +148,7 @@ TEST_F(UploadTest, SourceThatEndsEarlyFails)
     const auto handle = MakeUpload();
     Supply(50);
     ASSERT_EQ(handle->SetUploadSize(100), 0);
-    RunFailing(handle, "26:Failed to open/read local data from file/application");
+    RunFailing(handle, kReadFailed);
 }
 
 TEST_F(UploadTest, SourceThatAbortsFails)
@@ -163,7 +161,7 @@ TEST_F(UploadTest, SourceThatAbortsFails)
         return ++calls < 3 ? 1 : kAbort;
     };
     ASSERT_EQ(handle->SetUploadSize(100), 0);
-    RunFailing(handle, "42:Operation was aborted by an application callback");
+    RunFailing(handle, kAborted);
 }
 
 TEST_F(UploadTest, SurplusOfTheSourceIsNotSent)
@@ -181,7 +179,7 @@ TEST_F(UploadTest, WithoutANoticeThereIsNothingToSend)
     ASSERT_EQ(unknown->InitRequest(url.c_str(), "tag", kUpload, nullptr, 0, 0, nullptr), 0);
     ASSERT_EQ(unknown->SetUploadSize(-1), 0);
     ASSERT_EQ(m_pEngine->AddHttpReq(unknown, false, nullptr, nullptr), 0);
-    ASSERT_TRUE(m_Log.WaitFor("[HTTP_INTERFACE]" + url + " DONE result[0:No error]"));
+    ASSERT_TRUE(m_Log.WaitFor(DoneLine(url, kNoError)));
     OnLoop([] {});
     EXPECT_EQ(unknown->GetResponseCode(), 201);
     EXPECT_TRUE(IsPatternFile(m_File, 0));
@@ -191,9 +189,7 @@ TEST_F(UploadTest, WithoutANoticeThereIsNothingToSend)
     ASSERT_EQ(five->InitRequest(url.c_str(), "tag", kUpload, nullptr, 0, 0, nullptr), 0);
     ASSERT_EQ(five->SetUploadSize(5), 0);
     ASSERT_EQ(m_pEngine->AddHttpReq(five, false, nullptr, nullptr), 0);
-    ASSERT_TRUE(m_Log.WaitFor("[HTTP_INTERFACE]" + url +
-                              " DONE result[26:Failed to open/read local data from "
-                              "file/application]"));
+    ASSERT_TRUE(m_Log.WaitFor(DoneLine(url, kReadFailed)));
     Delete(five);
 }
 

@@ -1,6 +1,7 @@
 #include "support/EngineTest.h"
 #include "support/Servers.h"
 #include "support/TempFile.h"
+#include "support/Transfers.h"
 #include "wrap/EasyOptions.h"
 
 namespace test
@@ -72,9 +73,7 @@ TEST_F(WriteCallbackTest, WithoutAUserPointerTheTransferIsAborted)
     StartEngine();
     Run(m_pHandle);
     EXPECT_EQ(m_pNotic->m_Result, -2);
-    EXPECT_EQ(m_Log.Texts(kDebug).back(),
-              "[HTTP_INTERFACE]" + url +
-                  " DONE result[23:Failed writing received data to disk/application]");
+    EXPECT_EQ(m_Log.Texts(kDebug).back(), DoneLine(url, kWriteFailed));
     EXPECT_EQ(m_pHandle->GetResponse(), "");
 }
 

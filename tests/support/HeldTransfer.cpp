@@ -2,9 +2,9 @@
 
 #include "support/Notics.h"
 #include "support/Servers.h"
+#include "support/Transfers.h"
 
 #include <gtest/gtest.h>
-#include <random>
 
 namespace test
 {
@@ -29,7 +29,7 @@ void Get(const std::shared_ptr<IHttpInterface>& engine, const std::string& url)
 } // namespace
 
 HeldTransfer::HeldTransfer(const std::string& key)
-    : m_Hold(Server("HOSTILE_URL") + "/hold?key=" + key + std::to_string(std::random_device{}())),
+    : m_Hold(Server("HOSTILE_URL") + "/hold?key=" + key + UniqueKey()),
       m_Count(Server("HOSTILE_URL") + "/count" + m_Hold.substr(m_Hold.find('?')) + "&min="),
       m_Release(Server("HOSTILE_URL") + "/release" + m_Hold.substr(m_Hold.find('?')))
 {

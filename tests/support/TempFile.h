@@ -1,9 +1,8 @@
 #pragma once
 
+#include "support/Transfers.h"
+
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <string>
 
 namespace test
@@ -14,9 +13,7 @@ namespace test
 class TempFile
 {
 public:
-    TempFile()
-        : m_Path(std::filesystem::temp_directory_path() /
-                 ("http_interface_" + std::to_string(std::random_device{}())))
+    TempFile() : m_Path(std::filesystem::temp_directory_path() / ("http_interface_" + UniqueKey()))
     {
     }
     ~TempFile()
@@ -33,14 +30,5 @@ public:
 private:
     std::filesystem::path m_Path;
 };
-
-/// All bytes of a file; empty when there is none.
-inline std::string ReadFile(const std::string& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream bytes;
-    bytes << file.rdbuf();
-    return bytes.str();
-}
 
 } // namespace test
