@@ -25,8 +25,6 @@ namespace test
 namespace
 {
 
-using namespace http_interface;
-
 class DllMainTest : public ::testing::Test
 {
 protected:

@@ -1,0 +1,47 @@
+#!/usr/bin/env python3
+"""Runs exit_host again and again: each run must end, and with its own result."""
+
+import argparse
+import pathlib
+import subprocess
+import sys
+
+EXIT_CODE = 7
+LIMIT_S = 60
+
+
+def server(file, key):
+    for line in pathlib.Path(file).read_text().splitlines():
+        name, _, value = line.partition("=")
+        if name == key:
+            return value
+    sys.exit(f"no {key} in {file}")
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--program", required=True)
+    parser.add_argument("--emulator", default="")
+    parser.add_argument("--servers", required=True)
+    parser.add_argument("--runs", type=int, required=True)
+    parser.add_argument("mode", choices=("idle", "requests", "notice"))
+    parser.add_argument("server", nargs="?", help="key of the server that is asked")
+    args = parser.parse_args()
+
+    command = [*(args.emulator.split(";") if args.emulator else []), args.program, args.mode]
+    if args.server:
+        command.append(server(args.servers, args.server) + "/hello")
+    for run in range(1, args.runs + 1):
+        try:
+            done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                  stderr=subprocess.STDOUT, text=True, errors="replace",
+                                  timeout=LIMIT_S)
+        except subprocess.TimeoutExpired as expired:
+            sys.exit(f"run {run} hung:\n{expired.output}")
+        if done.returncode != EXIT_CODE:
+            sys.exit(f"run {run} ended with {done.returncode}:\n{done.stdout}")
+    print(f"{args.runs} processes ended with {EXIT_CODE}")
+
+
+if __name__ == "__main__":
+    main()
