@@ -1,4 +1,5 @@
 #include "support/EngineTest.h"
+#include "support/HeldLoop.h"
 #include "support/Servers.h"
 
 namespace test
@@ -193,14 +194,16 @@ TEST_F(CompletionTest, NoticeMayDeleteAnotherRequestThatHasFinishedToo)
 
 TEST_F(CompletionTest, NoticeMayStopTheEngine)
 {
-    HandlePtr handle = MakeHandle(m_Url);
+    const HandlePtr handle = MakeHandle(m_Url);
+    Event ended;
     m_pNotic->m_OnFinish = [&](const HandlePtr& it, int)
     {
+        SetAtThreadEnd(ended);
         m_pEngine->DelHttpReq(it, false, nullptr, nullptr);
         EXPECT_EQ(m_pEngine->Stop(false), 0);
     };
-    ASSERT_EQ(m_pEngine->AddHttpReq(std::move(handle), true, nullptr, nullptr), 0);
-    WaitForDetachedLoop();
+    ASSERT_EQ(m_pEngine->AddHttpReq(handle, true, nullptr, nullptr), 0);
+    ASSERT_TRUE(ended.Wait());
     EXPECT_EQ(m_pEngineNotic->m_Stopped.Count(), 1);
     EXPECT_EQ(m_pNotic->m_Finished.Count(), 1);
 }

@@ -1,8 +1,5 @@
 #include "support/EngineTest.h"
 
-#include <chrono>
-#include <thread>
-
 namespace test
 {
 
@@ -20,16 +17,6 @@ void EngineTest::StartEngine()
 void EngineTest::StopEngine()
 {
     ASSERT_EQ(m_pEngine->Stop(false), 0);
-}
-
-void EngineTest::WaitForDetachedLoop()
-{
-    const auto end = std::chrono::steady_clock::now() + kLimit;
-    while (m_pEngine.use_count() != 1)
-    {
-        ASSERT_LT(std::chrono::steady_clock::now(), end);
-        std::this_thread::yield();
-    }
 }
 
 void EngineTest::OnLoop(const std::function<void()>& function)

@@ -23,9 +23,6 @@ protected:
     void StartEngine();
     /// Stop from this thread; must succeed.
     void StopEngine();
-    /// Waits for the end of a loop that was stopped on its own thread, which
-    /// holds the engine as requests do: none but the test's may hold it.
-    void WaitForDetachedLoop();
     /// Runs a function on the loop thread, outside libcurl, and waits for it.
     void OnLoop(const std::function<void()>& function);
 
