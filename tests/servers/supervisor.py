@@ -17,6 +17,8 @@ import launcher
 import nginx_server
 import processes
 import unreachable
+import websocket_peer
+import websocket_server
 
 # Each entry's start(launcher) returns the keys for servers.env.
 REGISTRY = {
@@ -24,6 +26,8 @@ REGISTRY = {
     "hostile": hostile_server.start,
     "unreachable": unreachable.start,
     "httpbin": httpbin_server.start,
+    "websocket": websocket_server.start,
+    "websocket-peer": websocket_peer.start,
 }
 
 START_LIMIT_S = 20

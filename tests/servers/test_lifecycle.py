@@ -34,7 +34,8 @@ class LifecycleTest(unittest.TestCase):
     def test_stop_leaves_no_process_and_no_open_port(self):
         self.start()
         keys, records = read_env(self.folder), with_descendants(read_records(self.folder))
-        self.assertEqual({"supervisor", "nginx", "hostile", "httpbin", "child of httpbin"},
+        self.assertEqual({"supervisor", "nginx", "hostile", "httpbin", "child of httpbin",
+                          "websocket", "libwebsockets", "websocket-peer"},
                          {record.name for record in records})
         self.assertTrue(all(map(processes.is_running, records)))
         self.assertEqual(0, servers("stop", self.folder).returncode)
