@@ -47,7 +47,7 @@ bool IsDestructor(std::size_t slot)
     bool destroyed = false;
     Interface* const object = new (storage) Object(destroyed);
     void** table = nullptr;
-    std::memcpy(&table, object, sizeof table);
+    std::memcpy(&table, static_cast<const void*>(object), sizeof table);
     reinterpret_cast<void (*)(Interface*)>(table[slot - 1])(object);
     return destroyed;
 }
