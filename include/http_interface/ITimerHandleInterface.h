@@ -17,9 +17,9 @@ class ITimerHandleNotic;
 /// repeat interval stays open after its expiry until it is deleted.
 ///
 /// The first expiry comes no earlier than asked for, counted in the loop's whole
-/// milliseconds from when the loop thread performs the add. Later ones, and one after AgainTimer(), are counted
-/// by the loop's clock, which stands still while a notice runs. A busy loop
-/// thread delays them.
+/// milliseconds from when the loop thread performs the add. Later ones, and one after AgainTimer(),
+/// are counted by the loop's clock, which stands still while a notice runs. A busy loop thread
+/// delays them.
 class HTTP_INTERFACE_API ITimerHandleInterface
 {
 public:
