@@ -6,16 +6,11 @@ import pathlib
 import subprocess
 import sys
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
+from announced import value  # noqa: E402
+
 EXIT_CODE = 7
 LIMIT_S = 60
-
-
-def server(file, key):
-    for line in pathlib.Path(file).read_text().splitlines():
-        name, _, value = line.partition("=")
-        if name == key:
-            return value
-    sys.exit(f"no {key} in {file}")
 
 
 def main():
@@ -30,7 +25,7 @@ def main():
 
     command = [*(args.emulator.split(";") if args.emulator else []), args.program, args.mode]
     if args.server:
-        command.append(server(args.servers, args.server) + "/hello")
+        command.append(value(args.servers, args.server) + "/hello")
     for run in range(1, args.runs + 1):
         try:
             done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

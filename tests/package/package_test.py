@@ -11,6 +11,9 @@ import shutil
 import subprocess
 import sys
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "servers"))
+from announced import value  # noqa: E402
+
 LIMIT_S = 100
 
 
@@ -29,14 +32,6 @@ def block(readme, language):
     if not found:
         sys.exit(f"README.md has no {language} block")
     return found.group(1)
-
-
-def server(file, key):
-    for line in pathlib.Path(file).read_text().splitlines():
-        name, _, value = line.partition("=")
-        if name == key:
-            return value
-    sys.exit(f"no {key} in {file}")
 
 
 def main():
@@ -74,7 +69,7 @@ def main():
         for library in (prefix / "bin").glob("*.dll"):
             shutil.copy(library, program.parent)
     check_output(run(*args.emulator.split(";") if args.emulator else [], program,
-                     server(args.servers, "HTTP_URL") + "/hello"))
+                     value(args.servers, "HTTP_URL") + "/hello"))
 
     if args.with_pkg_config:
         pkg_config_dir = next(prefix.glob("lib*/**/pkgconfig"))
@@ -83,7 +78,7 @@ def main():
         library_dir = pkg_config_dir.parent
         run("c++", "-std=c++17", host / "main.cpp", "-o", host / "by-pkg-config", *flags,
             f"-Wl,-rpath,{library_dir}", f"-Wl,-rpath-link,{library_dir}")
-        check_output(run(host / "by-pkg-config", server(args.servers, "HTTP_URL") + "/hello"))
+        check_output(run(host / "by-pkg-config", value(args.servers, "HTTP_URL") + "/hello"))
     print("the host program of README.md was built against the installed package, and ran")
 
 
