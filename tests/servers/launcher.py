@@ -7,6 +7,7 @@ another program take the port in between.
 """
 
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -69,6 +70,8 @@ class Launcher:
         def prepare():
             processes.die_with_parent(parent)
             signal.pthread_sigmask(signal.SIG_SETMASK, [])
+            most = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+            resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
 
         with open(self.path(f"{name}.log"), "wb") as log:
             child = subprocess.Popen(

@@ -5,7 +5,9 @@
 // After windows.h:
 #include <psapi.h>
 #else
+#include <fstream>
 #include <sys/resource.h>
+#include <unistd.h>
 #endif
 
 namespace test
@@ -13,11 +15,26 @@ namespace test
 
 #ifdef _WIN32
 
-std::size_t PeakMemory()
+namespace
+{
+
+PROCESS_MEMORY_COUNTERS Counters()
 {
     PROCESS_MEMORY_COUNTERS counters{};
     K32GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof counters);
-    return counters.PeakWorkingSetSize;
+    return counters;
+}
+
+} // namespace
+
+std::size_t PeakMemory()
+{
+    return Counters().PeakWorkingSetSize;
+}
+
+std::size_t ResidentMemory()
+{
+    return Counters().WorkingSetSize;
 }
 
 #else
@@ -27,6 +44,14 @@ std::size_t PeakMemory()
     rusage usage{};
     getrusage(RUSAGE_SELF, &usage);
     return static_cast<std::size_t>(usage.ru_maxrss) * 1024;
+}
+
+std::size_t ResidentMemory()
+{
+    std::size_t total = 0;
+    std::size_t resident = 0; // in pages
+    std::ifstream("/proc/self/statm") >> total >> resident;
+    return resident * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 }
 
 #endif
