@@ -128,6 +128,31 @@ TEST_F(TlsTest, LastCaCertCounts)
     RunAndExpect(other, kNoError);
 }
 
+// Reading a full bundle for every connection would hold the loop thread up.
+TEST_F(TlsTest, CaFileIsReadOnceAnEngine)
+{
+    const TempFile ca;
+    const auto write = [&](const std::string& key)
+    {
+        std::filesystem::copy_file(Server(key), ca.Path(),
+                                   std::filesystem::copy_options::overwrite_existing);
+    };
+    const auto runAndExpect = [&](const std::string& server, const CurlResult& result)
+    {
+        m_Log.Clear();
+        const auto handle = MakeHandle(Server(server) + "/hello");
+        ASSERT_EQ(handle->SetCaCert(ca.Path().c_str()), 0);
+        RunAndExpect(handle, result);
+    };
+    write("CA_FILE");
+    runAndExpect("HTTPS_URL", kNoError);
+    write("OTHER_CA_FILE");
+    runAndExpect("TLS13_URL", kNoError); // another server: a new connection
+    StopEngine();
+    StartEngine();
+    runAndExpect("HTTPS_URL", kUntrusted);
+}
+
 // A connection that was made without verification serves none that verifies.
 TEST_F(TlsTest, UnverifiedConnectionIsNotReusedByARequestThatVerifies)
 {

@@ -6,6 +6,9 @@
 
 #include <cstdio>
 #include <gtest/gtest.h>
+#ifdef _WIN32
+#include <windows.h>
+#endif
 
 // Paths of the library and of one of the same objects that reports its calls of
 // libcurl's global state as lines (CallReport.cpp).
@@ -129,6 +132,24 @@ TEST_F(LoadingTest, CyclesThatUsedTls)
     }
     EXPECT_TRUE(m_Log.Texts(kError).empty());
 }
+
+#ifdef _WIN32
+// Both would stay as they are after the library is gone.
+TEST_F(LoadingTest, UseLeavesTheProcessesErrorHandlingToTheHost)
+{
+    const auto handlerBefore = _get_invalid_parameter_handler();
+    const UINT modeBefore = SEM_NOALIGNMENTFAULTEXCEPT; // nobody else's choice
+    SetErrorMode(modeBefore);
+    {
+        const SharedLibrary library(kLibrary);
+        Request(Factories(library), Server("HTTP_URL") + "/hello", nullptr);
+        EXPECT_EQ(GetErrorMode(), modeBefore);
+        EXPECT_EQ(_get_invalid_parameter_handler(), handlerBefore);
+    }
+    EXPECT_EQ(GetErrorMode(), modeBefore);
+    EXPECT_EQ(_get_invalid_parameter_handler(), handlerBefore);
+}
+#endif
 
 TEST_F(LoadingTest, InitialisesAndCleansLibcurlUpOnceALoad)
 {
