@@ -11,6 +11,10 @@ function(http_interface_compile target)
   # for; formats are passed through the log facade, where no warning sees them.
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${HTTP_INTERFACE_WERROR}>:-Werror>)
+  if(NOT WIN32)
+    # Unique symbols, which std::make_shared leaves, would make dlclose a no-op.
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-fno-gnu-unique>)
+  endif()
   if(HTTP_INTERFACE_SANITIZER STREQUAL "address")
     target_compile_options(${target} PRIVATE -fsanitize=address,undefined
                            -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
