@@ -87,29 +87,32 @@ TEST_F(LoadTest, ThousandsOfRequestsAreInFlightAtOnce)
 TEST_F(LoadTest, ManyEnginesRunAtOnce)
 {
     const HeldTransfer held("engines");
-    std::vector<std::shared_ptr<IHttpInterface>> engines(kEngines);
-    std::vector<std::shared_ptr<IHttpHandleInterface>> handles;
-    const auto notic = std::make_shared<HandleNotic>();
-    for (auto& engine : engines)
+    struct Run
     {
-        engine = IHttpInterface::Create();
-        ASSERT_EQ(engine->Init(m_pEngineNotic, nullptr), 0);
-        ASSERT_EQ(engine->Start(true), 0);
-        handles.push_back(IHttpHandleInterface::Create());
-        ASSERT_EQ(handles.back()->InitRequest(held.Url().c_str(), "", kGet, notic, 0, 0, nullptr),
+        std::shared_ptr<IHttpInterface> engine = IHttpInterface::Create();
+        std::shared_ptr<EngineNotic> engineNotic = std::make_shared<EngineNotic>();
+        std::shared_ptr<IHttpHandleInterface> handle = IHttpHandleInterface::Create();
+        std::shared_ptr<HandleNotic> notic = std::make_shared<HandleNotic>();
+    };
+    std::vector<Run> runs(kEngines);
+    for (const Run& run : runs)
+    {
+        ASSERT_EQ(run.engine->Init(run.engineNotic, nullptr), 0);
+        ASSERT_EQ(run.engine->Start(true), 0);
+        ASSERT_EQ(run.handle->InitRequest(held.Url().c_str(), "", kGet, run.notic, 0, 0, nullptr),
                   0);
-        ASSERT_EQ(engine->AddHttpReq(handles.back(), false, nullptr, nullptr), 0);
+        ASSERT_EQ(run.engine->AddHttpReq(run.handle, false, nullptr, nullptr), 0);
     }
-    held.WaitUntilHeld(engines.front(), kEngines);
-    held.Release(engines.back());
-    ASSERT_TRUE(notic->m_Finished.Wait(kEngines));
-    for (int at = 0; at < kEngines; ++at)
+    held.WaitUntilHeld(runs.front().engine, kEngines);
+    held.Release(runs.back().engine);
+    for (const Run& run : runs)
     {
-        EXPECT_EQ(handles[at]->GetResponse(), "released\n");
-        EXPECT_EQ(engines[at]->DelHttpReq(handles[at], false, nullptr, nullptr), 0);
-        EXPECT_EQ(engines[at]->Stop(false), 0);
+        ASSERT_TRUE(run.notic->m_Finished.Wait());
+        EXPECT_EQ(run.handle->GetResponse(), "released\n");
+        EXPECT_EQ(run.engine->DelHttpReq(run.handle, false, nullptr, nullptr), 0);
+        EXPECT_EQ(run.engine->Stop(false), 0);
+        EXPECT_EQ(run.engineNotic->m_Stopped.Count(), 1);
     }
-    EXPECT_EQ(m_pEngineNotic->m_Stopped.Count(), kEngines);
 }
 
 } // namespace
