@@ -57,3 +57,19 @@ need_packages() {
     die "could not install ${missing[*]}: $(grep -m1 '^E:' "$log") (log: $log)"
   rm -f "$log"
 }
+
+# need_test_servers: installs what tests/servers runs: Debian packages, and
+# Node's ws at the version that its lock file pins.
+need_test_servers() {
+  local node=$ROOT/tests/servers/node log
+  need_packages nginx-light python3-cryptography gunicorn python3-httpbin python3-websockets \
+    libwebsockets-test-server
+  command -v node >/dev/null || need_packages nodejs
+  command -v npm >/dev/null || need_packages npm
+  [[ ! $node/node_modules/.package-lock.json -nt $node/package-lock.json ]] || return 0
+  say "installing Node packages: ws"
+  log=$(mktemp)
+  npm ci --prefix "$node" --no-audit --no-fund >"$log" 2>&1 ||
+    die "npm ci failed: $(grep -m1 'npm ERR\|npm error' "$log") (log: $log)"
+  rm -f "$log"
+}

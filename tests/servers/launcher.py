@@ -6,10 +6,13 @@ for a program that wants to bind itself, reserves the port: in neither case can
 another program take the port in between.
 """
 
+import contextlib
+import http.client
 import os
 import resource
 import signal
 import socket
+import ssl
 import subprocess
 import time
 
@@ -82,13 +85,13 @@ class Launcher:
         for sock in sockets:
             sock.close()
 
-    def expect_answer(self, name, port):
-        """The start is complete only when this port of 127.0.0.1 answers an HTTP request."""
-        self._expected.append((name, port))
+    def expect_answer(self, name, port, secure=False):
+        """The start is complete only when this port of 127.0.0.1 answers an HTTP(S) request."""
+        self._expected.append((name, port, secure))
 
     def wait_for_answers(self, deadline):
-        for name, port in self._expected:
-            while not _answers(port):
+        for name, port, secure in self._expected:
+            while not _answers(port, secure):
                 self.check_children()
                 if time.monotonic() > deadline:
                     raise StartError(f"{name} does not answer on port {port}")
@@ -138,10 +141,14 @@ def _bound(host, port=0, share=False):
     return sock
 
 
-def _answers(port):
-    try:
-        with socket.create_connection(("127.0.0.1", port), timeout=1) as sock:
-            sock.sendall(b"GET / HTTP/1.0\r\n\r\n")
-            return sock.recv(5).startswith(b"HTTP")
-    except OSError:
-        return False
+def _answers(port, secure):
+    # A certificate is for the tests to look at, not for us.
+    connection = (http.client.HTTPSConnection("127.0.0.1", port, timeout=1,
+                                              context=ssl._create_unverified_context())
+                  if secure else http.client.HTTPConnection("127.0.0.1", port, timeout=1))
+    with contextlib.closing(connection):
+        try:
+            connection.request("GET", "/")
+            return connection.getresponse().status > 0
+        except (OSError, http.client.HTTPException):
+            return False

@@ -14,7 +14,9 @@ import certificates
 import hostile_server
 import httpbin_server
 import launcher
+import libwebsockets_server
 import nginx_server
+import node_server
 import processes
 import unreachable
 import websocket_peer
@@ -27,6 +29,8 @@ REGISTRY = {
     "unreachable": unreachable.start,
     "httpbin": httpbin_server.start,
     "websocket": websocket_server.start,
+    "node": node_server.start,
+    "libwebsockets": libwebsockets_server.start,
     "websocket-peer": websocket_peer.start,
 }
 

@@ -21,11 +21,13 @@ def talk(url, *messages, tls=None, subprotocols=None, answers=None):
     return asyncio.run(asyncio.wait_for(conversation(), LIMIT_S))
 
 
-def ending(url):
-    """The messages until the end, and the code that the connection ended with."""
+def ending(url, *messages):
+    """What a peer says until the end, and the code that the connection ended with."""
     async def conversation():
         heard = []
         async with websockets.connect(url) as connection:
+            for message in messages:
+                await connection.send(message)
             try:
                 while True:
                     heard.append(await connection.recv())
@@ -35,35 +37,69 @@ def ending(url):
     return asyncio.run(asyncio.wait_for(conversation(), LIMIT_S))
 
 
-class WebSocketServerTest(Started):
-    ONLY = "websocket"
+class KeeperOfTheProtocol:
+    """What both servers of the same paths must do; a subclass names its keys."""
+
+    URL = SECURE_URL = ""
+
+    def url(self, path):
+        return self.keys[self.URL] + path
 
     def test_echo(self):
-        url = self.keys["WS_URL"] + "/echo"
-        self.assertEqual(["ready", "text", b"bytes"], talk(url, "text", b"bytes", answers=3))
+        self.assertEqual(["ready", "text", b"bytes"],
+                         talk(self.url("/echo"), "text", b"bytes", answers=3))
 
     def test_echo_over_tls(self):
         tls = ssl.create_default_context(cafile=self.keys["CA_FILE"])
         self.assertEqual(["ready", "text"],
-                         talk(self.keys["WSS_URL"] + "/echo", "text", tls=tls, answers=2))
+                         talk(self.keys[self.SECURE_URL] + "/echo", "text", tls=tls, answers=2))
 
     def test_order(self):
-        url = self.keys["WS_URL"] + "/order?every=2"
+        url = self.url("/order?every=2")
         self.assertEqual(["ready", "2"], talk(url, "0", "1", answers=2))
         self.assertEqual(["ready", "got 1 instead of 0"], talk(url, "1", answers=2))
+        self.assertEqual((["ready", "got x instead of 0"], 1000), ending(url, "x"))
 
     def test_send(self):
-        self.assertEqual(["0", "1"], talk(self.keys["WS_URL"] + "/send?n=2", answers=2))
+        self.assertEqual(["0", "1"], talk(self.url("/send?n=2"), answers=2))
         body = (bytes(range(251)) * 2)[:300]
-        self.assertEqual([body], talk(self.keys["WS_URL"] + "/send?size=300", answers=1))
+        self.assertEqual([body], talk(self.url("/send?size=300"), answers=1))
 
     def test_ping_and_close(self):
-        self.assertEqual(["pong received"], talk(self.keys["WS_URL"] + "/ping", answers=1))
-        self.assertEqual(([], 4001), ending(self.keys["WS_URL"] + "/close?code=4001&reason=bye"))
+        self.assertEqual(["pong received"], talk(self.url("/ping"), answers=1))
+        self.assertEqual(([], 4001), ending(self.url("/close?code=4001&reason=bye")))
 
-    def test_libwebsockets(self):
-        url = self.keys["LIBWEBSOCKETS_URL"]
-        self.assertEqual(["text"], talk(url, "text", subprotocols=["lws-mirror-protocol"]))
+    def test_watched(self):
+        talk(self.url("/watched?key=k"), answers=1)
+        self.assertEqual(["1000 "], talk(self.url("/closed?key=k"), answers=1))
+
+
+class WebSocketServerTest(KeeperOfTheProtocol, Started):
+    ONLY = "websocket"
+    URL, SECURE_URL = "WS_URL", "WSS_URL"
+
+
+class NodeTest(KeeperOfTheProtocol, Started):
+    ONLY = "node"
+    URL, SECURE_URL = "NODE_WS_URL", "NODE_WSS_URL"
+
+
+class LibwebsocketsTest(Started):
+    ONLY = "libwebsockets"
+    MIRROR = ["lws-mirror-protocol"]
+
+    def test_mirror(self):
+        self.assertEqual(["text"], talk(self.keys["LIBWEBSOCKETS_URL"], "text",
+                                        subprotocols=self.MIRROR))
+
+    def test_mirror_over_tls(self):
+        tls = ssl.create_default_context(cafile=self.keys["CA_FILE"])
+        self.assertEqual(["text"], talk(self.keys["LIBWEBSOCKETS_TLS_URL"], "text", tls=tls,
+                                        subprotocols=self.MIRROR))
+
+    def test_counter(self):
+        self.assertEqual(["0", "1"], talk(self.keys["LIBWEBSOCKETS_URL"], answers=2,
+                                          subprotocols=["dumb-increment-protocol"]))
 
 
 class WebSocketPeerTest(Started):

@@ -1,12 +1,9 @@
-"""WebSocket peers that keep to the protocol: python3-websockets over ws and wss, and
-libwebsockets over ws as a second opinion."""
+"""A WebSocket peer that keeps to the protocol: python3-websockets, over ws and wss."""
 
 import argparse
 import asyncio
-import hashlib
 import importlib.util
 import os
-import shutil
 import socket
 import ssl
 from urllib.parse import parse_qs, urlsplit
@@ -28,36 +25,13 @@ def start(launcher):
         "--certificate", launcher.certificates["GOOD_CERT_FILE"],
         "--key", launcher.certificates["GOOD_CERT_KEY_FILE"]], [plain, secure])
     launcher.expect_answer("websocket", ports[0])
-    return {"WS_URL": f"ws://127.0.0.1:{ports[0]}", "WSS_URL": f"wss://localhost:{ports[1]}",
-            "LIBWEBSOCKETS_URL": f"ws://127.0.0.1:{_start_libwebsockets(launcher)}"}
-
-
-def _start_libwebsockets(launcher):
-    program = shutil.which("libwebsockets-test-server", path="/usr/bin:" + os.environ.get("PATH", ""))
-    if not program:
-        raise StartError("libwebsockets-test-server is not installed (Debian package of that name)")
-    # It neither takes a socket nor shares a port, so the port is free for a moment.
-    sock = launcher.listen()
-    port = port_of(sock)
-    sock.close()
-    launcher.spawn("libwebsockets", [program, f"--port={port}", "--interface=lo"])
-    launcher.expect_answer("libwebsockets", port)
-    return port
+    return {"WS_URL": f"ws://127.0.0.1:{ports[0]}", "WSS_URL": f"wss://localhost:{ports[1]}"}
 
 
 async def echo(connection, _query):
     await connection.send("ready")
     async for message in connection:
         await connection.send(message)
-
-
-async def digest(connection, _query):
-    """Answers each message with its kind, length and hash."""
-    await connection.send("ready")
-    async for message in connection:
-        data = message.encode() if isinstance(message, str) else message
-        kind = "text" if isinstance(message, str) else "binary"
-        await connection.send(f"{kind} {len(data)} {hashlib.md5(data).hexdigest()}")
 
 
 async def order(connection, query):
@@ -105,8 +79,8 @@ async def closed(connection, query):
 
 
 _ended = {}
-BEHAVIOURS = {"/echo": echo, "/digest": digest, "/order": order, "/send": send, "/ping": ping,
-              "/close": close, "/watched": closed, "/closed": closed}
+BEHAVIOURS = {"/echo": echo, "/order": order, "/send": send, "/ping": ping, "/close": close,
+              "/watched": closed, "/closed": closed}
 
 
 async def handle(connection, path):
