@@ -40,11 +40,23 @@ class WebSocketFixture : public EngineTest
 protected:
     void SetUp() override { StartEngine(); }
 
+    /// A handle for a ws URL, or for a wss one whose server has a certificate of
+    /// the tests.
+    HandlePtr MakeSocket(const std::string& url)
+    {
+        HandlePtr handle = MakeHandle(url, kWebSocket, 0);
+        if (url.compare(0, 4, "wss:") == 0)
+        {
+            EXPECT_EQ(handle->SetCaCert(Server("CA_FILE").c_str()), 0);
+        }
+        m_Taken = 0;
+        return handle;
+    }
+
     /// Adds a connection whose peer speaks first, and waits for that message.
     HandlePtr Connect(const std::string& url, const std::string& greeting = "ready")
     {
-        HandlePtr handle = MakeHandle(url, kWebSocket, 0);
-        m_Taken = 0;
+        HandlePtr handle = MakeSocket(url);
         EXPECT_EQ(m_pEngine->AddHttpReq(handle, true, nullptr, nullptr), 0);
         EXPECT_EQ(Receive().data, greeting);
         return handle;
