@@ -24,6 +24,12 @@ void Remember(std::vector<std::shared_ptr<T>>& list, const std::shared_ptr<T>& o
     }
 }
 
+template <typename T>
+void Forget(std::vector<std::shared_ptr<T>>& list, const std::shared_ptr<T>& object)
+{
+    list.erase(std::remove(list.begin(), list.end(), object), list.end());
+}
+
 } // namespace
 
 Session::Session() : m_pEngine(IHttpInterface::Create())
@@ -57,6 +63,18 @@ bool Session::Add(const std::shared_ptr<ITimerHandleInterface>& timer)
 {
     Remember(m_Timers, timer);
     return m_pEngine->AddTimerReq(timer, false, nullptr, nullptr) == 0;
+}
+
+void Session::Delete(const std::shared_ptr<IHttpHandleInterface>& request)
+{
+    Forget(m_Requests, request);
+    m_pEngine->DelHttpReq(request, false, nullptr, nullptr);
+}
+
+void Session::Delete(const std::shared_ptr<ITimerHandleInterface>& timer)
+{
+    Forget(m_Timers, timer);
+    m_pEngine->DelTimerReq(timer, false, nullptr, nullptr);
 }
 
 bool Session::Close(std::chrono::milliseconds limit)

@@ -34,6 +34,10 @@ public:
     bool Add(const std::shared_ptr<http_interface::IHttpHandleInterface>& request);
     bool Add(const std::shared_ptr<http_interface::ITimerHandleInterface>& timer);
 
+    /// Deletes a request or a timer that was handed over, and forgets it.
+    void Delete(const std::shared_ptr<http_interface::IHttpHandleInterface>& request);
+    void Delete(const std::shared_ptr<http_interface::ITimerHandleInterface>& timer);
+
     /// Deletes everything and stops the engine. False when it did not end
     /// within the limit (a name look-up may hold it up): it ends in the
     /// background then.
