@@ -99,12 +99,17 @@ bool Session::Close(std::chrono::milliseconds limit)
     // waited for with a limit.
     std::promise<void> promise;
     std::future<void> stopped = promise.get_future();
-    std::thread(
+    std::thread stopping(
         [engine = m_pEngine, ended = std::move(promise)]() mutable
         {
             engine->Stop(false);
             ended.set_value();
-        })
-        .detach();
-    return stopped.wait_for(limit) == std::future_status::ready;
+        });
+    if (stopped.wait_for(limit) != std::future_status::ready)
+    {
+        stopping.detach();
+        return false;
+    }
+    stopping.join();
+    return true;
 }
