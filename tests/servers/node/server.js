@@ -90,6 +90,12 @@ function closed(socket, query) {
   });
 }
 
+// Reads nothing: what a client sends stays in the system's buffers, then in the client's.
+function deaf(socket) {
+  socket.send('ready');
+  socket.pause();
+}
+
 const BEHAVIOURS = {
   '/echo': echo,
   '/order': order,
@@ -98,6 +104,7 @@ const BEHAVIOURS = {
   '/close': close,
   '/watched': watched,
   '/closed': closed,
+  '/deaf': deaf,
 };
 
 function serve(server, fd) {
