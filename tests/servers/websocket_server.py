@@ -91,7 +91,8 @@ async def handle(connection, path):
 
 async def serve(plain, secure, context):
     from websockets.legacy.server import serve as serve_websocket
-    options = {"max_size": None, "compression": None, "ping_interval": None, "max_queue": None}
+    options = {"max_size": None, "compression": None, "ping_interval": None, "max_queue": None,
+               "close_timeout": 1}
     await serve_websocket(handle, sock=plain, **options)
     await serve_websocket(handle, sock=secure, ssl=context, **options)
     await asyncio.Future()
