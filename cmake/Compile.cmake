@@ -22,9 +22,14 @@ function(http_interface_compile target)
   elseif(HTTP_INTERFACE_SANITIZER STREQUAL "thread")
     target_compile_options(${target} PRIVATE -fsanitize=thread -fno-omit-frame-pointer)
     target_link_options(${target} PUBLIC -fsanitize=thread)
+  elseif(HTTP_INTERFACE_SANITIZER STREQUAL "fuzzer")
+    # The driver itself is linked to the fuzzed programs only.
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link,address,undefined
+                           -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_link_options(${target} PUBLIC -fsanitize=address,undefined)
   elseif(HTTP_INTERFACE_SANITIZER)
     message(FATAL_ERROR "HTTP_INTERFACE_SANITIZER is '${HTTP_INTERFACE_SANITIZER}': "
-                        "give address, thread or nothing")
+                        "give address, thread, fuzzer or nothing")
   endif()
   if(HTTP_INTERFACE_COVERAGE)
     # Several threads count.

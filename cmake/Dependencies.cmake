@@ -10,6 +10,8 @@ if(HTTP_INTERFACE_SANITIZER STREQUAL "address")
   string(APPEND deps_platform "-asan")
 elseif(HTTP_INTERFACE_SANITIZER STREQUAL "thread")
   string(APPEND deps_platform "-tsan")
+elseif(HTTP_INTERFACE_SANITIZER STREQUAL "fuzzer")
+  string(APPEND deps_platform "-fuzz")
 endif()
 set(HTTP_INTERFACE_DEPS "${PROJECT_SOURCE_DIR}/build/deps/${deps_platform}" CACHE PATH
     "Folder that scripts/deps ${deps_platform} made")

@@ -24,6 +24,7 @@ lock_cache() {
 tools_of() {
   case $1 in
     windows) x86_64-w64-mingw32-gcc-posix --version | sed -n 1p ;;
+    linux-fuzz) clang-14 --version | sed -n 1p && dpkg-query -W libssl-dev ;;
     *) gcc --version | sed -n 1p && dpkg-query -W libssl-dev ;;
   esac
 }

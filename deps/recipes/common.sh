@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # What the recipes share. A recipe is run with
 #   ROOT      the checkout
-#   PLATFORM  linux, windows, linux-asan or linux-tsan
+#   PLATFORM  linux, windows, linux-asan, linux-tsan or linux-fuzz
 #   WORK      its own folder, which holds the unpacked and patched `source`
 #   NEEDED    the prefixes of the libraries that this one is built on
 # and leaves the finished library in WORK/prefix. That folder is moved
@@ -31,6 +31,12 @@ case $PLATFORM in
     BUILD_TYPE=RelWithDebInfo
     FLAGS+=(-fsanitize=thread -fno-omit-frame-pointer)
     ;;
+  linux-fuzz)
+    BUILD_TYPE=RelWithDebInfo
+    # Counts which branches run, so that the fuzzer sees into the libraries.
+    FLAGS+=("-fsanitize=fuzzer-no-link,address,undefined" -fno-sanitize-recover=undefined
+            -fno-omit-frame-pointer)
+    ;;
 esac
 
 # The same as a list of CMake's.
@@ -41,6 +47,9 @@ case $PLATFORM in
     OPTIONS=(
       -DCMAKE_TOOLCHAIN_FILE="$ROOT/cmake/toolchains/mingw-w64.cmake"
       -DCMAKE_FIND_ROOT_PATH="$NEEDED_LIST")
+    ;;
+  linux-fuzz)
+    OPTIONS=(-DCMAKE_C_COMPILER=clang-14 -DCMAKE_POSITION_INDEPENDENT_CODE=ON)
     ;;
   *)
     # The archivers that know link-time optimisation data.
