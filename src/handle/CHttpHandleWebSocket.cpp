@@ -108,6 +108,13 @@ void CHttpHandle::SendQueuedWsFrame(const std::shared_ptr<std::vector<char>>& da
 // Chunks go where their offset within their frame says, by insertion. A message
 // in several frames thus arrives with its later frames first, since every
 // frame counts its offsets from 0.
+//
+// The place never lies beyond what is held, where insert() would throw, and
+// through libcurl. The chunks of a frame come in order, without gaps and with
+// nothing between them, since control frames come between frames only; each is
+// held, and what is held goes only with the last chunk of a frame. What another
+// frame left there (the front of a ping whose last part libcurl keeps, a frame
+// cut off before the handle was added again) only makes it longer.
 void CHttpHandle::ReceiveWsChunk(const char* data, std::size_t len)
 {
     const curl_ws_frame* const meta = curl_ws_meta(m_pEasy);
