@@ -64,6 +64,7 @@ INSTANTIATE_TEST_SUITE_P(
         Misbehaviour{"LyingLength", "/lying-length", kPartialFile, "xxxxxxxxxx", 200, kLongMs},
         // An end in the head counts as the end of the answer.
         Misbehaviour{"HalfHeader", "/half-header", kNoError, "", 200, kLongMs},
+        Misbehaviour{"HalfStatusLine", "/half-status-line", kNoError, "", 0, kLongMs},
         Misbehaviour{"Garbage", "/garbage", kUnsupportedProtocol, "", 0, kLongMs},
         Misbehaviour{"BadChunk", "/bad-chunk", kReceiveFailed, "hello", 200, kLongMs},
         Misbehaviour{"HugeHeader", "/huge-header", kTooLarge, "", 200, kLongMs},

@@ -71,6 +71,9 @@ class Connection:
     async def half_header(self):
         await self.send(b"HTTP/1.1 200 OK\r\nContent-Le")
 
+    async def half_status_line(self):
+        await self.send(b"HTTP/1.1 20")
+
     # Answers that are not HTTP
 
     async def garbage(self):
@@ -164,6 +167,7 @@ BEHAVIOURS = {
     "/truncated": Connection.truncated,
     "/lying-length": Connection.lying_length,
     "/half-header": Connection.half_header,
+    "/half-status-line": Connection.half_status_line,
     "/garbage": Connection.garbage,
     "/bad-chunk": Connection.bad_chunk,
     "/huge-header": Connection.huge_header,
