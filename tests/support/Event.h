@@ -22,10 +22,10 @@ public:
     }
 
     /// False when fewer than `count` came within the limit.
-    bool Wait(int count = 1)
+    bool Wait(int count = 1, std::chrono::milliseconds limit = kLimit)
     {
         std::unique_lock<std::mutex> lock(m_Mutex);
-        return m_Changed.wait_for(lock, kLimit, [&] { return m_Count >= count; });
+        return m_Changed.wait_for(lock, limit, [&] { return m_Count >= count; });
     }
 
     int Count()
