@@ -7,7 +7,8 @@
 /// (IHttpHandleInterface) and timers (ITimerHandleInterface) from any of its
 /// threads, and hears back through notice objects (IHttpInterfaceNotic,
 /// IHttpHandleNotic, ITimerHandleNotic) and completion functions, always on
-/// the engine's loop thread.
+/// the engine's loop thread. What may be called on which thread and inside which
+/// notice is told in docs/threads-and-notices.md.
 ///
 /// Every object is made by a static Create() and held by std::shared_ptr.
 /// Pointers handed back to the engine must come from these factories: the
