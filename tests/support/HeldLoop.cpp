@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
 namespace test
 {
 
@@ -59,6 +63,18 @@ void HeldLoop::ReleaseWithStop()
     EXPECT_TRUE(ended.Wait());
 }
 
+#ifdef _WIN32
+
+// Not a thread_local with a destructor: g++ for Windows keeps that in memory that
+// is freed before the destructor runs.
+void SetAtThreadEnd(Event& event)
+{
+    static const DWORD slot = FlsAlloc([](void* ended) { static_cast<Event*>(ended)->Set(); });
+    FlsSetValue(slot, &event);
+}
+
+#else
+
 void SetAtThreadEnd(Event& event)
 {
     struct Setter
@@ -69,5 +85,7 @@ void SetAtThreadEnd(Event& event)
     static thread_local Setter setter{&event};
     setter.event = &event;
 }
+
+#endif
 
 } // namespace test
