@@ -9,6 +9,7 @@
 #include "module/CallCheck.h"
 #include "module/LibraryEntry.h"
 #include "module/Platform.h"
+#include "module/ScopeGuard.h"
 
 #include <chrono>
 #include <system_error>
@@ -42,14 +43,19 @@ int CHttpFrame::Init(std::shared_ptr<IHttpInterfaceNotic> notic, void* userData)
     {
         return -1;
     }
+    ScopeGuard failed(
+        [this]
+        {
+            // Closes nothing in this state: what was initialised stays, and
+            // the next Init goes on from there.
+            CloseLoop();
+            m_State = FRAME_STATE_IDLE;
+        });
     if (!InitLoop() || !InitMulti())
     {
-        // Does nothing in this state: what was initialised stays, and the next
-        // Init goes on from there.
-        CloseLoop();
-        m_State = FRAME_STATE_IDLE;
         return -1;
     }
+    failed.Dismiss();
     m_pNotic = std::move(notic);
     m_pUserData = userData;
     m_State = FRAME_STATE_INITED;

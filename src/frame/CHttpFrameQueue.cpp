@@ -7,6 +7,7 @@
 #include "frame/IAsynOperInterface.h"
 #include "handle/CHttpHandle.h"
 #include "module/HttpLog.h"
+#include "module/ScopeGuard.h"
 #include "timer/CTimerHandle.h"
 
 #include <stdexcept>
@@ -14,23 +15,6 @@
 
 namespace http_interface
 {
-namespace
-{
-
-/// Sets the flag, also when a completion throws out of it.
-class CancellingScope
-{
-public:
-    explicit CancellingScope(bool& cancelling) : m_Cancelling(cancelling) { m_Cancelling = true; }
-    ~CancellingScope() { m_Cancelling = false; }
-    CancellingScope(const CancellingScope&) = delete;
-    CancellingScope& operator=(const CancellingScope&) = delete;
-
-private:
-    bool& m_Cancelling;
-};
-
-} // namespace
 
 int CHttpFrame::AddHttpReq(std::shared_ptr<IHttpHandleInterface> handle, bool async,
                            HttpReqCallback done, void* user)
@@ -171,7 +155,8 @@ void CHttpFrame::CancelAsynOpers()
 {
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_bRunning = false;
-    const CancellingScope cancelling(m_bCancelling);
+    m_bCancelling = true;
+    const ScopeGuard cancelled([this] { m_bCancelling = false; }); // a completion may throw
     for (auto it = m_AsynOperReqList.begin(); it != m_AsynOperReqList.end();)
     {
         it = (*it)->target->CancelAsynOper(*it) ? m_AsynOperReqList.erase(it) : std::next(it);
