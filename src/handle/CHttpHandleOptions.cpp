@@ -11,6 +11,8 @@
 #include "http_interface/IHttpHandleNotic.h"
 #include "module/Platform.h"
 
+#include <utility>
+
 namespace http_interface
 {
 
@@ -49,6 +51,7 @@ int CHttpHandle::SetDownloadFile(const char* path)
     {
         return -1;
     }
+    std::string pathText = path; // throws, if at all, before anything is changed
     if (m_pDownloadFile != nullptr)
     {
         std::fclose(m_pDownloadFile);
@@ -64,7 +67,7 @@ int CHttpHandle::SetDownloadFile(const char* path)
     // Unbuffered, so that the file is complete on disk when OnFinish comes; it
     // is closed only when the handle is deleted.
     std::setvbuf(m_pDownloadFile, nullptr, _IONBF, 0);
-    m_DownloadPath = path;
+    m_DownloadPath = std::move(pathText);
     return 0;
 }
 
