@@ -5,6 +5,7 @@
 #include "module/HttpLog.h"
 #include "timer/CFunctionTimerNotic.h"
 
+#include <new>
 #include <utility>
 
 namespace http_interface
@@ -194,11 +195,18 @@ int CTimerHandle::InitTimer(const std::shared_ptr<uv_loop_s>& loop,
         // its heap. The self-reference of the first add is lost.
         uv_timer_stop(&m_timer);
     }
-    if (!loop || !frame || uv_timer_init(loop.get(), &m_timer) != 0)
+    if (!loop || !frame)
     {
         return -1;
     }
-    m_timer.data = new std::shared_ptr<CTimerHandle>(shared_from_this());
+    // First, since a timer that the loop knows has to have it.
+    std::unique_ptr<std::shared_ptr<CTimerHandle>> self(
+        new (std::nothrow) std::shared_ptr<CTimerHandle>(shared_from_this()));
+    if (!self || uv_timer_init(loop.get(), &m_timer) != 0)
+    {
+        return -1;
+    }
+    m_timer.data = self.release();
     m_loop = loop;
     std::atomic_store(&m_frame, frame);
     return 0;
