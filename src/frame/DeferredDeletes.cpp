@@ -37,21 +37,21 @@ DeferredDeletes::Completion::~Completion()
 
 void DeferredDeletes::Add(std::shared_ptr<CHttpHandle> handle)
 {
-    m_Handles.push_back(std::move(handle));
+    std::shared_ptr<CHttpHandle>& last = m_pLast != nullptr ? m_pLast->NextDeleted() : m_pFirst;
+    m_pLast = handle.get();
+    last = std::move(handle);
 }
 
 // Ending a request calls libcurl again, whose trace lines may delete others: the
 // hold is dropped only when all are ended.
 void DeferredDeletes::DropHold()
 {
-    while (m_Holds == 1 && !m_Handles.empty())
+    while (m_Holds == 1 && m_pFirst)
     {
-        std::vector<std::shared_ptr<CHttpHandle>> handles;
-        handles.swap(m_Handles);
-        for (const std::shared_ptr<CHttpHandle>& handle : handles)
-        {
-            handle->EndDelete();
-        }
+        const std::shared_ptr<CHttpHandle> handle = std::move(m_pFirst);
+        m_pFirst = std::move(handle->NextDeleted());
+        m_pLast = m_pFirst ? m_pLast : nullptr;
+        handle->EndDelete();
     }
     --m_Holds;
 }

@@ -6,7 +6,6 @@
 /// middle of another one's completion. Loop thread only.
 
 #include <memory>
-#include <vector>
 
 namespace http_interface
 {
@@ -52,7 +51,11 @@ private:
 
     int m_CurlCalls = 0;
     int m_Holds = 0; ///< libcurl calls and completions on the stack
-    std::vector<std::shared_ptr<CHttpHandle>> m_Handles;
+
+    // Chained through the handles themselves: a delete must not fail half-way
+    // for want of memory.
+    std::shared_ptr<CHttpHandle> m_pFirst;
+    CHttpHandle* m_pLast = nullptr;
 };
 
 } // namespace http_interface

@@ -73,6 +73,8 @@ public:
     /// Does away with a request that was deleted while libcurl was on the
     /// stack; loop thread, outside of libcurl.
     void EndDelete();
+    /// The one that is done away with after it; belongs to DeferredDeletes.
+    std::shared_ptr<CHttpHandle>& NextDeleted() { return m_pNextDeleted; }
 
 private:
     enum State : std::int32_t
@@ -131,6 +133,7 @@ private:
     std::shared_ptr<CHttpHandle>* m_pSelf = nullptr;
     std::shared_ptr<CHttpFrame> m_pFrame; ///< by std::atomic_load and std::atomic_store only
     std::atomic<std::int32_t> m_State{STATE_NEW};
+    std::shared_ptr<CHttpHandle> m_pNextDeleted; ///< loop thread only
 };
 
 } // namespace http_interface
