@@ -4,7 +4,9 @@
 #include "handle/EasyOption.h"
 #include "http_interface/IHttpHandleNotic.h"
 #include "module/CallCheck.h"
+#include "module/ScopeGuard.h"
 
+#include <new>
 #include <utility>
 
 namespace http_interface
@@ -35,18 +37,24 @@ int CHttpHandle::InitRequest(const char* url, const char* tag, int method,
     {
         return -1; // the state stays: a handle that libcurl failed is refused for good
     }
+    ScopeGuard failed(
+        [this]
+        {
+            curl_easy_cleanup(m_pEasy);
+            m_pEasy = nullptr;
+            delete m_pSelf;
+            m_pSelf = nullptr;
+            m_State = STATE_NEW;
+        });
     m_pSelf = new std::shared_ptr<CHttpHandle>(shared_from_this());
     if (!SetInitialOptions(url, method, connectTimeoutMs, timeoutMs))
     {
-        curl_easy_cleanup(m_pEasy);
-        m_pEasy = nullptr;
-        delete m_pSelf;
-        m_pSelf = nullptr;
-        m_State = STATE_NEW;
         return -1;
     }
-    m_Tag = tag != nullptr ? tag : "";
+    std::string tagText = tag != nullptr ? tag : "";
     m_Url = url;
+    failed.Dismiss(); // no memory is needed any more
+    m_Tag = std::move(tagText);
     m_Method = method;
     m_pNotic = std::move(notic);
     m_pUserData = userData;
@@ -145,15 +153,32 @@ std::size_t CHttpHandle::OnWrite(char* buf, std::size_t size, std::size_t nmemb,
     {
         std::fwrite(buf, size, nmemb, handle.m_pDownloadFile); // a full disk goes unnoticed
     }
-    else if (handle.m_Method != kMethodWebSocket)
+    else if (!handle.Receive(buf, size * nmemb))
     {
-        handle.m_Response.append(buf, size * nmemb);
-    }
-    else
-    {
-        handle.ReceiveWsChunk(buf, size * nmemb);
+        return 0; // libcurl then fails the transfer
     }
     return nmemb; // items, not bytes: libcurl calls with items of one byte
+}
+
+/// False without memory.
+bool CHttpHandle::Receive(const char* data, std::size_t len)
+{
+    return m_Method == kMethodWebSocket ? ReceiveWsChunk(data, len)
+                                        : InsertInResponse(m_Response.size(), data, len);
+}
+
+// The exception must not reach libcurl, whose frames it would leave as they are.
+bool CHttpHandle::InsertInResponse(std::size_t offset, const char* data, std::size_t len)
+{
+    try
+    {
+        m_Response.insert(offset, data, len);
+        return true;
+    }
+    catch (const std::bad_alloc&)
+    {
+        return false;
+    }
 }
 
 void CHttpHandle::SetFrame(std::shared_ptr<CHttpFrame> frame)

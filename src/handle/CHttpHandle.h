@@ -114,7 +114,9 @@ private:
     int RemoveFromMulti();
     void Complete(const AsynHttpReq& req, int result);
 
-    void ReceiveWsChunk(const char* data, std::size_t len);
+    bool Receive(const char* data, std::size_t len);
+    bool ReceiveWsChunk(const char* data, std::size_t len);
+    bool InsertInResponse(std::size_t offset, const char* data, std::size_t len);
     void SendWsFrame(const std::shared_ptr<std::vector<char>>& data, std::uint32_t flags,
                      std::size_t* sent);
     void SendQueuedWsFrame(const std::shared_ptr<std::vector<char>>& data, std::uint32_t flags);

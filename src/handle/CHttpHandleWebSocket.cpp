@@ -115,19 +115,18 @@ void CHttpHandle::SendQueuedWsFrame(const std::shared_ptr<std::vector<char>>& da
 // held, and what is held goes only with the last chunk of a frame. What another
 // frame left there (the front of a ping whose last part libcurl keeps, a frame
 // cut off before the handle was added again) only makes it longer.
-void CHttpHandle::ReceiveWsChunk(const char* data, std::size_t len)
+bool CHttpHandle::ReceiveWsChunk(const char* data, std::size_t len)
 {
     const curl_ws_frame* const meta = curl_ws_meta(m_pEasy);
     if (meta == nullptr)
     {
-        m_Response.append(data, len); // not a WebSocket URL: a body as any other
-        return;
+        // Not a WebSocket URL: a body as any other.
+        return InsertInResponse(m_Response.size(), data, len);
     }
     const auto offset = static_cast<std::size_t>(meta->offset);
     if ((meta->flags & CURLWS_CONT) != 0 || meta->bytesleft != 0)
     {
-        m_Response.insert(offset, data, len);
-        return;
+        return InsertInResponse(offset, data, len);
     }
     const int type = TypeOf(meta->flags);
     const std::shared_ptr<IHttpHandleNotic> notic = m_pNotic;
@@ -137,14 +136,18 @@ void CHttpHandle::ReceiveWsChunk(const char* data, std::size_t len)
         {
             notic->OnWsData(data, len, type, m_pUserData);
         }
-        return;
+        return true;
     }
-    m_Response.insert(offset, data, len);
+    if (!InsertInResponse(offset, data, len))
+    {
+        return false;
+    }
     if (notic)
     {
         notic->OnWsData(m_Response.data(), m_Response.size(), type, m_pUserData);
     }
     m_Response.clear();
+    return true;
 }
 
 } // namespace http_interface
