@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <future>
@@ -26,23 +27,33 @@ namespace
 constexpr std::size_t kSmallest = 1 << 10;
 constexpr std::size_t kLargest = 64 << 20;
 constexpr std::size_t kInARow[] = {1 << 10, 16 << 10, 64 << 10};
+constexpr std::size_t kBatch = 64; ///< messages queued before they are waited for
 constexpr int kRuns = 10;
 constexpr int kBinary = 2;
 constexpr auto kLimit = std::chrono::seconds(30);
 
-/// Counts the messages that were not taken whole, and those refused after one.
-class LineCounter : public base::IBaseLogInterface
+/// Hears of the first message that was not taken whole.
+class CutNotic : public base::IBaseLogInterface
 {
 public:
     void WriteLog(const int*, const long*, const char* format, ...) override
     {
-        m_Lines += std::strstr(format, "Send len diff") != nullptr ? 1 : 0;
+        if (std::strstr(format, "Send len diff") == nullptr)
+        {
+            return;
+        }
+        std::va_list arguments;
+        va_start(arguments, format);
+        std::size_t none = 0;
+        m_Size.compare_exchange_strong(none, va_arg(arguments, std::size_t));
+        va_end(arguments);
     }
 
-    int Take() { return m_Lines.exchange(0); }
+    /// Its size, and forgets it; 0 when there was none.
+    std::size_t Take() { return m_Size.exchange(0); }
 
 private:
-    std::atomic<int> m_Lines{0};
+    std::atomic<std::size_t> m_Size{0};
 };
 
 class GreetingNotic : public IHttpHandleNotic
@@ -99,11 +110,7 @@ public:
     void Send(std::size_t size)
     {
         std::size_t sent = 0;
-        if (m_pData == nullptr || m_pData->size() != size)
-        {
-            m_pData = std::make_shared<std::vector<char>>(size, 'x');
-        }
-        m_pRequest->SendWsData(m_pData, kBinary, &sent);
+        m_pRequest->SendWsData(std::make_shared<std::vector<char>>(size, 'x'), kBinary, &sent);
     }
 
     /// Returns when everything sent so far has been handed to libcurl.
@@ -125,7 +132,6 @@ public:
 private:
     Session& m_Session;
     std::shared_ptr<IHttpHandleInterface> m_pRequest;
-    std::shared_ptr<std::vector<char>> m_pData;
 };
 
 std::string Size(std::size_t bytes)
@@ -135,17 +141,17 @@ std::string Size(std::size_t bytes)
 }
 
 /// The largest message that a new connection took whole in every run.
-std::string LargestWhole(Session& session, LineCounter& lines, const char* url, const char* caFile)
+std::string LargestWhole(Session& session, CutNotic& cut, const char* url, const char* caFile)
 {
     for (std::size_t size = kSmallest; size <= kLargest; size *= 2)
     {
         for (int run = 0; run != kRuns; ++run)
         {
             Connection connection(session, url, caFile);
-            lines.Take();
+            cut.Take();
             connection.Send(size);
             connection.Flush();
-            if (lines.Take() != 0)
+            if (cut.Take() != 0)
             {
                 return size == kSmallest ? "none" : Size(size / 2);
             }
@@ -156,30 +162,26 @@ std::string LargestWhole(Session& session, LineCounter& lines, const char* url, 
 
 /// How much in messages of one size was taken, queued as fast as it goes, before
 /// the first one was not taken whole; the least of all runs.
-std::string WholeInARow(Session& session, LineCounter& lines, const char* url, const char* caFile,
+std::string WholeInARow(Session& session, CutNotic& cut, const char* url, const char* caFile,
                         std::size_t size)
 {
     std::size_t least = kLargest;
     for (int run = 0; run != kRuns; ++run)
     {
         Connection connection(session, url, caFile);
-        lines.Take();
+        cut.Take();
         std::size_t taken = 0;
-        constexpr std::size_t kBatch = 64; // each is one wake-up at least
-        while (taken < kLargest)
+        std::size_t cutSize = 0;
+        while (taken < kLargest && cutSize == 0)
         {
+            // Each is smaller by a byte, so that the line tells which was cut.
             for (std::size_t i = 0; i != kBatch; ++i)
             {
-                connection.Send(size);
+                connection.Send(size - i);
             }
             connection.Flush();
-            // The first one was cut, those behind it were refused.
-            const auto lost = static_cast<std::size_t>(lines.Take());
-            taken += (kBatch - std::min(lost, kBatch)) * size;
-            if (lost != 0)
-            {
-                break;
-            }
+            cutSize = cut.Take();
+            taken += size * (cutSize == 0 ? kBatch : size - cutSize);
         }
         least = std::min(least, taken);
     }
@@ -199,8 +201,8 @@ int main(int argc, char** argv)
         return 2;
     }
     Session session;
-    const auto lines = std::make_shared<LineCounter>();
-    base::IBaseLogInterface::SetLogInstance(lines);
+    const auto cut = std::make_shared<CutNotic>();
+    base::IBaseLogInterface::SetLogInstance(cut);
     if (!session.Start())
     {
         return 1;
@@ -214,10 +216,10 @@ int main(int argc, char** argv)
     for (int i = first; i + 1 < argc; i += 2)
     {
         const char* const url = argv[i + 1];
-        std::printf("%-24s %12s", argv[i], LargestWhole(session, *lines, url, caFile).c_str());
+        std::printf("%-24s %12s", argv[i], LargestWhole(session, *cut, url, caFile).c_str());
         for (const std::size_t size : kInARow)
         {
-            std::printf(" %16s", WholeInARow(session, *lines, url, caFile, size).c_str());
+            std::printf(" %16s", WholeInARow(session, *cut, url, caFile, size).c_str());
         }
         std::printf("\n");
         std::fflush(stdout);

@@ -88,7 +88,7 @@ public:
     ///
     /// Keep a message to 16 KiB and what a peer has not answered yet to 48 KiB.
     /// Measured (scripts/bench): with Ethernet's packets a new connection took 64
-    /// KiB in one message and 59 KiB in several, whether the peer read or not;
+    /// KiB in one message and 70 KiB in small ones, whether the peer read or not;
     /// under Wine 64 KiB; on Linux's own loopback 2 MiB.
     /// @param data  The message; shared until it was sent, so don't change it
     ///              meanwhile. Null sends an empty message.

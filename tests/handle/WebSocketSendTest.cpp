@@ -242,6 +242,36 @@ protected:
         EXPECT_EQ(Fetch(Server("WS_PEER_HTTP_URL") + "/release" + m_Key), "1");
     }
 
+    /// Sends messages until libcurl keeps a rest of one; tells how many.
+    int FillUntilCut()
+    {
+        constexpr int kMost = 10000;
+        const std::string filling(kFilling, 'f');
+        int filled = 0;
+        while (m_Log.Texts(kWarn).empty() && filled < kMost)
+        {
+            EXPECT_EQ(Send(m_pHandle, filling, kBinary), 0);
+            ++filled;
+            OnLoop([] {});
+        }
+        EXPECT_LT(filled, kMost) << "the peer's buffers never filled";
+        return filled;
+    }
+
+    /// The peer reads on and tells of every message that filled its buffers,
+    /// while its ticks make libcurl send the rest.
+    void ExpectFilling(int filled)
+    {
+        LetThePeerRead();
+        EXPECT_EQ(Answer(2), "open");
+        for (int i = 0; i != filled; ++i)
+        {
+            EXPECT_EQ(Answer(3 + i), "2 60000 " + std::string(100, 'f'));
+        }
+    }
+
+    static constexpr std::size_t kFilling = 60000;
+
     std::string m_Key;
     HandlePtr m_pHandle;
     std::mutex m_Mutex;
@@ -268,33 +298,60 @@ TEST_F(StalledPeerTest, MessageThatIsTakenInPartIsLoggedWithBothLengths)
     EXPECT_TRUE(m_Log.Texts(kError).empty());
 }
 
+TEST_F(StalledPeerTest, RestOfAMessageGoesOutOnceThePeerReads)
+{
+    constexpr std::size_t kSize = 8 << 20;
+    ASSERT_EQ(Send(m_pHandle, std::string(kSize, 'x'), kBinary), 0);
+    OnLoop([] {});
+    ASSERT_EQ(m_Log.Texts(kWarn).size(), 1U) << "it was not cut";
+    LetThePeerRead();
+    EXPECT_EQ(Answer(2), "open");
+    EXPECT_EQ(Answer(3), "2 " + std::to_string(kSize) + " " + std::string(100, 'x'));
+    ASSERT_EQ(Send(m_pHandle, "next", kText), 0);
+    EXPECT_EQ(Answer(4), "1 4 next");
+}
+
+TEST_F(StalledPeerTest, OtherMessagesAreRefusedUntilTheRestHasGoneOut)
+{
+    const int filled = FillUntilCut();
+    for (const std::string& message : {std::string("small"), std::string(kFilling + 1, 'l')})
+    {
+        m_Log.Clear();
+        ASSERT_EQ(Send(m_pHandle, message, kBinary), 0);
+        OnLoop([] {});
+        EXPECT_EQ(m_Log.Texts(kError),
+                  Texts{"[HTTP_INTERFACE]err[43:A libcurl function was given a bad argument]"
+                        "curl_ws_send failed"});
+        EXPECT_EQ(m_Log.Texts(kWarn), Texts{LengthsDiffer(message.size(), 0)});
+    }
+    m_Log.Clear();
+    ExpectFilling(filled);
+    ASSERT_EQ(Send(m_pHandle, "next", kText), 0);
+    EXPECT_EQ(Answer(3 + filled), "1 4 next") << "what was refused never comes";
+    EXPECT_TRUE(m_Log.Texts(kError).empty());
+}
+
+// libcurl takes a message of the length of the one that it keeps for the same
+// one, sent again.
+TEST_F(StalledPeerTest, MessageOfTheSameLengthIsLostToo)
+{
+    const int filled = FillUntilCut();
+    ASSERT_EQ(Send(m_pHandle, std::string(kFilling, 's'), kBinary), 0);
+    OnLoop([] {});
+    ExpectFilling(filled);
+    ASSERT_EQ(Send(m_pHandle, "next", kText), 0);
+    EXPECT_EQ(Answer(3 + filled), "1 4 next");
+}
+
 // libcurl once counted bytes of a message that it had taken only in part also
 // for the next message, and sent memory that lies beside it.
 TEST_F(StalledPeerTest, NoByteBesideAMessageIsEverSent)
 {
-    // Fill what lies between us and the peer, until libcurl keeps a rest.
-    constexpr std::size_t kSize = 60000;
-    constexpr int kMost = 10000;
-    const std::string filling(kSize, 'f');
-    int filled = 0;
-    while (m_Log.Texts(kWarn).empty() && filled < kMost)
-    {
-        ASSERT_EQ(Send(m_pHandle, filling, kBinary), 0);
-        ++filled;
-        OnLoop([] {});
-    }
-    ASSERT_LT(filled, kMost) << "the peer's buffers never filled";
-
-    // The peer takes all of it, while its ticks make libcurl flush the rest.
-    LetThePeerRead();
-    EXPECT_EQ(Answer(2), "open");
-    for (int i = 0; i != filled; ++i)
-    {
-        EXPECT_EQ(Answer(3 + i), "2 60000 " + std::string(100, 'f'));
-    }
+    const int filled = FillUntilCut();
+    ExpectFilling(filled);
 
     // A short message in a long piece of memory, all of which is marked.
-    auto message = std::make_shared<std::vector<char>>(4 * kSize, 'M');
+    auto message = std::make_shared<std::vector<char>>(4 * kFilling, 'M');
     message->resize(16);
     std::memcpy(message->data(), "0123456789abcdef", 16);
     ASSERT_EQ(m_pHandle->SendWsData(message, kBinary, &m_Sent), 0);
