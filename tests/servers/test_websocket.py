@@ -7,7 +7,7 @@ import urllib.request
 
 import websockets
 
-from testing import LIMIT_S, Started
+from testing import LIMIT_S, Started, send_raw
 
 
 def talk(url, *messages, tls=None, subprotocols=None, answers=None):
@@ -82,6 +82,15 @@ class WebSocketServerTest(KeeperOfTheProtocol, Started):
 class NodeTest(KeeperOfTheProtocol, Started):
     ONLY = "node"
     URL, SECURE_URL = "NODE_WS_URL", "NODE_WSS_URL"
+
+    def test_deaf(self):
+        request = ("GET /deaf HTTP/1.1\r\nHost: test\r\nConnection: Upgrade\r\nUpgrade: websocket\r\n"
+                   "Sec-WebSocket-Version: 13\r\nSec-WebSocket-Key: AAAAAAAAAAAAAAAAAAAAAA==\r\n\r\n")
+        with send_raw(self.keys[self.URL], request.encode()) as sock:
+            self.assertIn(b" 101 ", sock.recv(4096))
+            sock.settimeout(1)
+            with self.assertRaises(TimeoutError):
+                sock.sendall(bytes(64 << 20))
 
 
 class LibwebsocketsTest(Started):

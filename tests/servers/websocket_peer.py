@@ -38,12 +38,15 @@ SCRIPTS = {
     # Fragments
     "/fragments": [frame(TEXT, b"one ", fin=False), frame(CONTINUATION, b"two ", fin=False),
                    frame(CONTINUATION, b"three")],
+    "/fragments-two": [frame(TEXT, b"one ", fin=False), frame(CONTINUATION, b"two")],
     "/fragments-one-by-one": [frame(TEXT, b"a", fin=False), frame(CONTINUATION, b"b", fin=False),
                               frame(CONTINUATION, b"c")],
     "/fragments-empty": [frame(TEXT, b"", fin=False), frame(CONTINUATION, b"", fin=False),
                          frame(CONTINUATION, b"")],
     "/fragments-empty-final": [frame(BINARY, b"data", fin=False), frame(CONTINUATION, b"")],
     "/fragments-empty-first": [frame(TEXT, b"", fin=False), frame(CONTINUATION, b"data")],
+    "/fragments-empty-outside": [frame(TEXT, b"", fin=False),
+                                 frame(CONTINUATION, b"data", fin=False), frame(CONTINUATION, b"")],
     "/fragments-ping-between": [frame(TEXT, b"one ", fin=False), frame(PING, b"ping"),
                                 frame(CONTINUATION, b"two")],
     "/fragments-pong-between": [frame(TEXT, b"one ", fin=False), frame(PONG, b"pong"),
@@ -60,6 +63,7 @@ SCRIPTS = {
     "/bad-utf8": [frame(TEXT, b"\xff\xfe"), frame(TEXT, b"after")],
     "/long-form-of-a-short-length": [b"\x81\x7e\x00\x05short", frame(TEXT, b"after")],
     "/two-in-one": [frame(TEXT, b"first") + frame(BINARY, b"second")],
+    "/ping": [frame(PING, b"ping"), frame(TEXT, b"after")],
     "/pong-unasked": [frame(PONG, b"unasked"), frame(TEXT, b"after")],
     # Frames that must not be
     "/reserved-bit-1": [frame(TEXT, b"x", reserved=4), frame(TEXT, b"after")],
@@ -85,6 +89,7 @@ SCRIPTS = {
     "/close-with-half-a-code": [frame(CLOSE, b"\x03")],
     "/close-with-reserved-code": [frame(CLOSE, struct.pack("!H", 1005))],
     "/close-twice": [frame(CLOSE, struct.pack("!H", 1000)), frame(CLOSE, struct.pack("!H", 1001))],
+    "/ping-after-close": [frame(CLOSE, struct.pack("!H", 1000)), frame(PING, b"late")],
     "/text-after-close": [frame(CLOSE, struct.pack("!H", 1000)), frame(TEXT, b"after")],
 }
 
