@@ -167,7 +167,9 @@ void Run(FuzzedDataProvider& input)
         std::fill_n(buffer, size, 'u');
         return size;
     };
-    const std::string answer = "HTTP/1.1 200 OK\r\n" + input.ConsumeRemainingBytesAsString();
+    // A body is sent at once where it is asked for.
+    const std::string goOn = input.ConsumeBool() ? "HTTP/1.1 100 Continue\r\n\r\n" : "";
+    const std::string answer = goOn + "HTTP/1.1 200 OK\r\n" + input.ConsumeRemainingBytesAsString();
     bench.Server().Play({[&](const std::string&, std::size_t) { return answer; }, 1, false, false,
                          ByteServer::Ending::Close});
     CutReads({});
