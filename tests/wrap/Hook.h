@@ -62,10 +62,12 @@ public:
         return replacement ? replacement(args...) : m_Real(args...);
     }
 
-    void Replace(Function replacement)
+    /// Returns the replacement before.
+    Function Replace(Function replacement)
     {
         const std::lock_guard<std::mutex> lock(m_Mutex);
         m_Replacement.swap(replacement);
+        return replacement;
     }
 
 private:
@@ -75,22 +77,30 @@ private:
     Function m_Replacement;
 };
 
-/// Replaces a function from construction to destruction. The replacement may
-/// call hook.Real().
 template <typename Signature>
-class Replaced
+class Replaced;
+
+/// Replaces a function from construction to destruction. The replacement may
+/// call hook.Real(), or Next() for what the function was replaced with before.
+template <typename Result, typename... Args>
+class Replaced<Result(Args...)>
 {
 public:
-    Replaced(Hook<Signature>& hook, typename Hook<Signature>::Function replacement) : m_Hook(hook)
+    using Function = typename Hook<Result(Args...)>::Function;
+
+    Replaced(Hook<Result(Args...)>& hook, Function replacement)
+        : m_Hook(hook), m_Before(m_Hook.Replace(std::move(replacement)))
     {
-        m_Hook.Replace(std::move(replacement));
     }
-    ~Replaced() { m_Hook.Replace(nullptr); }
+    ~Replaced() { m_Hook.Replace(m_Before); }
     Replaced(const Replaced&) = delete;
     Replaced& operator=(const Replaced&) = delete;
 
+    Result Next(Args... args) const { return m_Before ? m_Before(args...) : m_Hook.Real(args...); }
+
 private:
-    Hook<Signature>& m_Hook;
+    Hook<Result(Args...)>& m_Hook;
+    const Function m_Before;
 };
 
 } // namespace test
