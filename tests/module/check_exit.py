@@ -19,13 +19,15 @@ def main():
     parser.add_argument("--emulator", default="")
     parser.add_argument("--servers", required=True)
     parser.add_argument("--runs", type=int, required=True)
-    parser.add_argument("mode", choices=("idle", "requests", "notice"))
-    parser.add_argument("server", nargs="?", help="key of the server that is asked")
+    parser.add_argument("mode", choices=("idle", "requests", "notice", "websocket",
+                                         "silence", "timers"))
+    parser.add_argument("address", nargs="?", help="key of the server that is asked, and a path")
     args = parser.parse_args()
 
     command = [*(args.emulator.split(";") if args.emulator else []), args.program, args.mode]
-    if args.server:
-        command.append(value(args.servers, args.server) + "/hello")
+    if args.address:
+        key, path = args.address.split("/", 1)
+        command.append(value(args.servers, key) + "/" + path)
     for run in range(1, args.runs + 1):
         try:
             done = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,

@@ -3,6 +3,9 @@
 ///   exit_host requests URL     in the middle of requests, each on a new
 ///                              connection
 ///   exit_host notice URL       inside a notice, on the loop thread
+///   exit_host websocket URL    with WebSockets open; the peer speaks first
+///   exit_host silence URL      with requests that nobody answers
+///   exit_host timers           while timers expire
 /// The result is kExitCode; anything else is a failure.
 
 #include "base/base.h"
@@ -20,6 +23,8 @@ namespace
 
 constexpr int kExitCode = 7;
 constexpr int kHandles = 8;
+constexpr int kGet = 0;
+constexpr int kWebSocket = 3;
 constexpr int kRequestsBeforeTheEnd = 20;
 
 /// Hands every finished request to the engine again.
@@ -31,7 +36,7 @@ public:
     {
     }
 
-    void OnWsData(const char*, std::size_t, int, void*) override {}
+    void OnWsData(const char*, std::size_t, int, void*) override { m_Finished.Set(); }
     void OnProgress(const char*, const char*, double, double, double, double, void*) override {}
     std::size_t OnReadData(std::shared_ptr<IHttpHandleInterface>, char*, std::size_t, std::size_t,
                            void*) override
@@ -64,6 +69,60 @@ private:
 /// Released while the loop thread goes on, as a careless host's would be.
 std::shared_ptr<IHttpInterface> engineOfTheHost;
 
+/// Hands requests to the engine, each for a new connection; the event comes
+/// for each one added. False when that failed.
+bool AddRequests(const char* url, int method, const std::shared_ptr<IHttpHandleNotic>& notic,
+                 test::Event& added)
+{
+    const std::list<std::string> headers = {"Connection: close"};
+    for (int i = 0; i < kHandles; ++i)
+    {
+        const auto handle = IHttpHandleInterface::Create();
+        if (handle->InitRequest(url, "tag", method, notic, 20000, 20000, nullptr) != 0 ||
+            handle->SetCaCert(nullptr) != 0 ||
+            (method != kWebSocket && handle->SetHeaders(&headers) != 0) ||
+            engineOfTheHost->AddHttpReq(
+                handle, false,
+                [&](std::shared_ptr<IHttpHandleInterface>, void*, int) { added.Set(); },
+                nullptr) != 0)
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool RunTimers()
+{
+    auto& expired = *new test::Event; // never destroyed: the timers go on
+    for (int i = 0; i < kHandles; ++i)
+    {
+        const auto timer = ITimerHandleInterface::Create(
+            [&](std::shared_ptr<ITimerHandleInterface>, void*) { expired.Set(); }, nullptr, 1, 1,
+            nullptr);
+        if (engineOfTheHost->AddTimerReq(timer, false, nullptr, nullptr) != 0)
+        {
+            return false;
+        }
+    }
+    return expired.Wait(kRequestsBeforeTheEnd);
+}
+
+bool RunRequests(const std::string& mode, const char* url)
+{
+    auto& added = *new test::Event; // never destroyed, as above
+    const auto notic = std::make_shared<RepeatingNotic>(engineOfTheHost, mode == "notice");
+    if (!AddRequests(url, mode == "websocket" ? kWebSocket : kGet, notic, added))
+    {
+        return false;
+    }
+    if (mode == "silence")
+    {
+        return added.Wait(kHandles);
+    }
+    return notic->m_Finished.Wait(mode == "websocket" ? kHandles : kRequestsBeforeTheEnd);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -76,26 +135,18 @@ int main(int argc, char** argv)
     {
         return 1;
     }
+    bool done = false;
     if (mode == "idle")
     {
-        return kExitCode;
+        done = true;
     }
-    if (argc != 3 || (mode != "requests" && mode != "notice"))
+    else if (mode == "timers")
     {
-        return 2;
+        done = RunTimers();
     }
-
-    const auto notic = std::make_shared<RepeatingNotic>(engineOfTheHost, mode == "notice");
-    const std::list<std::string> headers = {"Connection: close"};
-    for (int i = 0; i < kHandles; ++i)
+    else if (argc == 3)
     {
-        const auto handle = IHttpHandleInterface::Create();
-        if (handle->InitRequest(argv[2], "tag", 0, notic, 20000, 20000, nullptr) != 0 ||
-            handle->SetCaCert(nullptr) != 0 || handle->SetHeaders(&headers) != 0 ||
-            engineOfTheHost->AddHttpReq(handle, false, nullptr, nullptr) != 0)
-        {
-            return 1;
-        }
+        done = RunRequests(mode, argv[2]);
     }
-    return notic->m_Finished.Wait(kRequestsBeforeTheEnd) ? kExitCode : 1;
+    return done ? kExitCode : 1;
 }
