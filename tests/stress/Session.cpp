@@ -11,7 +11,6 @@ namespace stress
 namespace
 {
 
-constexpr auto kStep = std::chrono::milliseconds(1);           ///< between two questions
 constexpr std::uint64_t kBehindAStop = std::uint64_t{1} << 62; ///< marks the ids of such transfers
 
 } // namespace
