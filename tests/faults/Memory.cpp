@@ -1,20 +1,12 @@
 #include "faults/Memory.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <curl/curl.h>
 #include <new>
 #include <openssl/crypto.h>
 #include <thread>
-
-extern "C"
-{
-    void* __real_malloc(std::size_t size);
-    void* __real_calloc(std::size_t count, std::size_t size);
-    void* __real_realloc(void* memory, std::size_t size);
-    char* __real_strdup(const char* text);
-    void* __wrap_calloc(std::size_t count, std::size_t size);
-    void* __wrap_realloc(void* memory, std::size_t size);
-    char* __wrap_strdup(const char* text);
-}
+#include <uv.h>
 
 namespace test
 {
@@ -48,34 +40,39 @@ bool NewFails()
     return Fails(allocator == (onHost ? Allocator::NewOnHostThread : Allocator::NewOnLoopThread));
 }
 
-/// libuv's own allocator, so that its allocations can be told from libcurl's.
-/// Its realloc never fails: libuv ends the process when it has no memory for a
-/// larger table of descriptors.
-[[maybe_unused]] const int replaced = uv_replace_allocator(
-    [](std::size_t size) { return UvFails() ? nullptr : __real_malloc(size); }, __real_realloc,
-    [](std::size_t count, std::size_t size)
-    { return UvFails() ? nullptr : __real_calloc(count, size); },
-    std::free);
-
 bool OpenSslFails()
 {
     return Fails(allocator == Allocator::OpenSsl);
 }
 
-/// OpenSSL takes them only before it allocates for the first time, which it does
-/// when the library is loaded.
-__attribute__((constructor(101))) void ReplaceOpenSslMemory()
+/// Before OpenSSL and libcurl allocate for the first time, which they do when the
+/// library is loaded. libuv's realloc never fails: libuv ends the process when it
+/// has no memory for a larger table of descriptors.
+__attribute__((constructor(101))) void TakeAllocators()
 {
     CRYPTO_set_mem_functions([](std::size_t size, const char*, int)
-                             { return OpenSslFails() ? nullptr : __real_malloc(size); },
+                             { return OpenSslFails() ? nullptr : std::malloc(size); },
                              [](void* memory, std::size_t size, const char*, int)
-                             { return OpenSslFails() ? nullptr : __real_realloc(memory, size); },
+                             { return OpenSslFails() ? nullptr : std::realloc(memory, size); },
                              [](void* memory, const char*, int) { std::free(memory); });
+    curl_global_init_mem(
+        CURL_GLOBAL_SSL | CURL_GLOBAL_WIN32,
+        [](std::size_t size) { return CurlFails() ? nullptr : std::malloc(size); }, std::free,
+        [](void* memory, std::size_t size)
+        { return CurlFails() ? nullptr : std::realloc(memory, size); },
+        [](const char* text) { return CurlFails() ? nullptr : strdup(text); },
+        [](std::size_t count, std::size_t size)
+        { return CurlFails() ? nullptr : std::calloc(count, size); });
+    uv_replace_allocator([](std::size_t size) { return UvFails() ? nullptr : std::malloc(size); },
+                         std::realloc,
+                         [](std::size_t count, std::size_t size)
+                         { return UvFails() ? nullptr : std::calloc(count, size); },
+                         std::free);
 }
 
 void* AllocateOrNull(std::size_t size)
 {
-    return NewFails() ? nullptr : __real_malloc(size != 0 ? size : 1);
+    return NewFails() ? nullptr : std::malloc(size != 0 ? size : 1);
 }
 
 } // namespace
@@ -91,7 +88,6 @@ RunningCode::~RunningCode()
 }
 
 FailingAllocation::FailingAllocation(Allocator which, Nth& nth)
-    : m_Malloc([](std::size_t) { return CurlFails(); })
 {
     hostThread = std::this_thread::get_id();
     allocator = which;
@@ -104,21 +100,6 @@ FailingAllocation::~FailingAllocation()
 }
 
 } // namespace test
-
-void* __wrap_calloc(std::size_t count, std::size_t size)
-{
-    return test::CurlFails() ? nullptr : __real_calloc(count, size);
-}
-
-void* __wrap_realloc(void* memory, std::size_t size)
-{
-    return test::CurlFails() ? nullptr : __real_realloc(memory, size);
-}
-
-char* __wrap_strdup(const char* text)
-{
-    return test::CurlFails() ? nullptr : __real_strdup(text);
-}
 
 void* operator new(std::size_t size)
 {

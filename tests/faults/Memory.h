@@ -1,7 +1,6 @@
 #pragma once
 
 #include "faults/Nth.h"
-#include "wrap/Hooks.h"
 
 /// Allocations that fail, for the code under test only: a thread that the
 /// library made runs its code, and the test's own thread does inside of
@@ -42,7 +41,7 @@ enum class Allocator
 {
     NewOnHostThread, ///< `new` in a call of the host
     NewOnLoopThread, ///< `new` in whatever the loop thread does
-    Curl,            ///< libcurl, and what is linked to it
+    Curl,            ///< libcurl
     Uv,              ///< libuv, but for its table of descriptors
     OpenSsl,
 };
@@ -56,9 +55,6 @@ public:
     ~FailingAllocation();
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
-
-private:
-    const MemoryRefused m_Malloc;
 };
 
 } // namespace test

@@ -19,8 +19,9 @@ extern "C"
     void REAL(START_THREAD)(std::thread* thread, void* state, void (*depend)());
     void WRAP(START_THREAD)(std::thread* thread, void* state, void (*depend)());
 #ifdef _WIN32
-    errno_t __real_fopen_s(std::FILE** file, const char* path, const char* mode);
-    errno_t __wrap_fopen_s(std::FILE** file, const char* path, const char* mode);
+    // Imported functions are called through a pointer.
+    extern errno_t (*__real___imp_fopen_s)(std::FILE**, const char*, const char*);
+    extern errno_t (*__wrap___imp_fopen_s)(std::FILE**, const char*, const char*);
 #else
     std::FILE* __real_fopen(const char* path, const char* mode);
     std::FILE* __wrap_fopen(const char* path, const char* mode);
@@ -84,11 +85,12 @@ void WRAP(START_THREAD)(std::thread* thread, void* state, void (*depend)())
 
 #ifdef _WIN32
 
-errno_t __wrap_fopen_s(std::FILE** file, const char* path, const char* mode)
+errno_t (*__wrap___imp_fopen_s)(std::FILE**, const char*, const char*) =
+    [](std::FILE** file, const char* path, const char* mode)
 {
     const int error = test::OpenFileHook().Run();
-    return error != 0 ? error : __real_fopen_s(file, path, mode);
-}
+    return error != 0 ? error : __real___imp_fopen_s(file, path, mode);
+};
 
 #else
 
