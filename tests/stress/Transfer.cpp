@@ -124,7 +124,7 @@ void Transfer::Began()
 std::size_t Transfer::Read(char* buffer, std::size_t room)
 {
     const std::size_t whole = m_Plan.upload == UploadEnd::Whole ? m_Sent.size() : m_Sent.size() / 2;
-    const std::size_t count = std::min({room, whole - m_ReadBytes, std::size_t{1} + Id() % 4096});
+    const std::size_t count = std::min({room, whole - m_ReadBytes, std::size_t{500} + Id() % 4096});
     if (count == 0 && m_Plan.upload == UploadEnd::Aborted)
     {
         return kAbort;
