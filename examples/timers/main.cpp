@@ -13,9 +13,9 @@ int main()
     constexpr int kTicks = 4;
     constexpr int kTickMs = 50;
     constexpr int kOnceMs = 80;
-    Session session;
     const auto notic = std::make_shared<TickNotic>(kTicks);
     std::promise<void> once;
+    Session session; // ends before what the timers use
     const auto repeating = ITimerHandleInterface::Create(notic, kTickMs, kTickMs, nullptr);
     const auto single = ITimerHandleInterface::Create(
         [&](std::shared_ptr<ITimerHandleInterface>, void*)
