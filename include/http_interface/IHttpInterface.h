@@ -116,9 +116,10 @@ public:
                             TimerReqCallback done, void* user) = 0;
 
     /// Stops a timer and closes it; ITimerHandleNotic::OnClose follows on a
-    /// later turn of the loop. Arguments and results as for DelHttpReq(), but
-    /// that the return value of a delete performed at once is always 0: its
-    /// failure reaches only the completion.
+    /// later turn of the loop, or right after the completion where the loop
+    /// that the timer was added on has ended. Arguments and results as for
+    /// DelHttpReq(), but that the return value of a delete performed at once is
+    /// always 0: its failure reaches only the completion.
     virtual int DelTimerReq(std::shared_ptr<ITimerHandleInterface> timer, bool async,
                             TimerReqCallback done, void* user) = 0;
 

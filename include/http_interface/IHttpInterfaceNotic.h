@@ -16,8 +16,8 @@ public:
     /// The loop has ended; the last notice of this Init/Start/Stop cycle.
     /// Comes once a cycle, on the loop thread. A Stop() from a host thread
     /// returns only after this call. It does not come when the loop itself
-    /// failed to run (the line "uv_run failed" was logged then). Timers can't be
-    /// closed here any more; their OnClose would come in the next cycle.
+    /// failed to run (the line "uv_run failed" was logged then). The OnClose of
+    /// a timer that is deleted here comes at once.
     /// @param engine    The engine; it is not idle yet: Init() is refused with
     ///                  -1 until the loop thread has closed the loop.
     /// @param userData  The value given to Init().

@@ -69,6 +69,7 @@ bool CHttpFrame::InitLoop()
     if (!m_pLoop)
     {
         m_pLoop = std::shared_ptr<uv_loop_s>(new uv_loop_s());
+        m_bLoopEnded = false;
         m_CurlTimer = {};
         m_StopAsync = {};
         m_ReqAsync = {};

@@ -60,7 +60,8 @@ public:
 
     // Loop thread only:
     CURLM* Multi() const { return m_pCurlMulti; }
-    const std::shared_ptr<uv_loop_s>& Loop() const { return m_pLoop; }
+    /// Empty once it has turned for the last time: what begins then never ends.
+    std::shared_ptr<uv_loop_s> Loop() const { return m_bLoopEnded ? nullptr : m_pLoop; }
     uv_timer_t* CurlTimer() { return &m_CurlTimer; }
     DeferredDeletes* Deletes() { return &m_Deletes; }
 
@@ -111,6 +112,7 @@ private:
     CURLM* m_pCurlMulti = nullptr; ///< as m_pLoop
 
     bool m_bLoopInited = false;                 ///< m_pLoop went through uv_loop_init; as m_pLoop
+    bool m_bLoopEnded = false;                  ///< m_pLoop turns no more; as m_pLoop
     LoopThread m_LoopThread = LoopThread::None; ///< under m_Mutex
     std::uint64_t m_FirstIterations = 0;        ///< loops that began to turn; under m_Mutex
     bool m_bCancelling = false;                 ///< m_Mutex is held by OnStop; loop thread only

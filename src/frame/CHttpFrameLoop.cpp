@@ -48,6 +48,7 @@ void CHttpFrame::FrameThread()
         m_LoopThread = LoopThread::None;
         return;
     }
+    m_bLoopEnded = true;
     HttpLog(LOG_LEVEL_DEBUG, "[HTTP_INTERFACE]FrameThread Stop");
     // Nothing is appended any more, so the list is read without the lock.
     // What is left in it is released by the destructor.

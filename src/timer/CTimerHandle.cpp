@@ -215,7 +215,8 @@ int CTimerHandle::InitTimer(const std::shared_ptr<uv_loop_s>& loop,
 // Not so for a timer that was never initialised, which an add that is cancelled
 // when the engine stops leaves to the delete behind it, nor for one that was
 // left over from an earlier run of the engine, whose loop is gone. Neither
-// runs; libuv would crash on both.
+// runs; libuv would crash on both. Nor for one whose loop has just ended, where
+// libuv would not call back any more.
 bool CTimerHandle::IsOnLoop() const
 {
     const std::shared_ptr<uv_loop_s> loop = m_loop.lock();

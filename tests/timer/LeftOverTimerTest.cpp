@@ -87,5 +87,25 @@ TEST_F(LeftOverTimerTest, IsNotRestarted)
     ASSERT_TRUE(m_pTimerNotic->m_Closed.Wait());
 }
 
+// The loop turns no more, so that nothing else would call back.
+TEST_F(LeftOverTimerTest, IsClosedByADeleteInTheStopNotice)
+{
+    StartEngine();
+    auto timer = Expired(0);
+    TimerCompletion deleted;
+    m_pEngineNotic->m_Hook = [&](const std::shared_ptr<IHttpInterface>& engine)
+    {
+        EXPECT_EQ(engine->DelTimerReq(timer, false, deleted.Function(), nullptr), 0);
+    };
+    StopEngine();
+    EXPECT_EQ(deleted.Calls(), 1);
+    EXPECT_EQ(deleted.Result(), 0);
+    EXPECT_EQ(m_pTimerNotic->m_Closed.Count(), 1);
+    deleted = TimerCompletion();
+    const std::weak_ptr<ITimerHandleInterface> weak = timer;
+    timer.reset();
+    EXPECT_TRUE(weak.expired());
+}
+
 } // namespace
 } // namespace test
