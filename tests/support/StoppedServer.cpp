@@ -1,10 +1,13 @@
 #include "support/StoppedServer.h"
 
+#include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace test
@@ -21,11 +24,22 @@ StoppedServer::StoppedServer() : m_Listener(socket(AF_INET, SOCK_STREAM | SOCK_C
     EXPECT_EQ(listen(m_Listener, SOMAXCONN), 0);
     EXPECT_EQ(getsockname(m_Listener, any, &size), 0);
     m_Port = ntohs(address.sin_port);
+    const pid_t parent = getpid();
     m_Process = fork();
     if (m_Process == 0)
     {
-        raise(SIGSTOP);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() == parent)
+        {
+            raise(SIGSTOP);
+        }
         _exit(0);
+    }
+    if (m_Process < 0)
+    {
+        const int error = errno;
+        close(m_Listener);
+        throw std::system_error(error, std::generic_category(), "fork");
     }
     int status = 0;
     EXPECT_EQ(waitpid(m_Process, &status, WUNTRACED), m_Process);
