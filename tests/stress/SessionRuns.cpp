@@ -14,6 +14,23 @@ namespace
 constexpr std::uint64_t kSweepEveryMs = 10;
 constexpr auto kStep = std::chrono::milliseconds(1); ///< between two questions
 
+/// Asks until the answer is yes, of which no event tells; false when that takes
+/// too long.
+template <typename Question>
+bool AskUntilYes(Question question)
+{
+    const auto limit = std::chrono::steady_clock::now() + kPatience;
+    while (!question())
+    {
+        if (std::chrono::steady_clock::now() > limit)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(kStep);
+    }
+    return true;
+}
+
 } // namespace
 
 void Session::Start()
@@ -72,15 +89,9 @@ void Session::End()
 /// Init is refused until then.
 void Session::Init()
 {
-    const auto limit = std::chrono::steady_clock::now() + kPatience;
-    while (m_pEngine->Init(shared_from_this(), this) != 0)
+    if (!AskUntilYes([this] { return m_pEngine->Init(shared_from_this(), this) == 0; }))
     {
-        if (std::chrono::steady_clock::now() > limit)
-        {
-            m_Ledger.Differ(m_Name + ": does not become idle");
-            return;
-        }
-        std::this_thread::sleep_for(kStep);
+        m_Ledger.Differ(m_Name + ": does not become idle");
     }
 }
 
@@ -92,13 +103,18 @@ void Session::Run()
     m_pProbe = Timer::Make(*this, 0, {}, 0, 0);
     m_pBroom = Timer::Make(*this, 0, {}, kSweepEveryMs, kSweepEveryMs, [this] { Sweep(); });
     const bool wait = m_Random.Chance(50);
-    m_Ledger.Called(Operation::Start, m_pEngine->Start(wait) == 0);
+    const bool started = m_pEngine->Start(wait) == 0;
+    m_Ledger.Called(Operation::Start, started);
+    if (!started)
+    {
+        m_Ledger.Differ(m_Name + ": does not start");
+    }
     for (const auto& timer : {m_pProbe, m_pBroom})
     {
-        while (!timer->Add(Caller::Host, true))
+        // Refused until the loop has turned for the first time.
+        if (!AskUntilYes([&timer] { return timer->Add(Caller::Host, true); }))
         {
-            // The loop has still to turn for the first time.
-            std::this_thread::sleep_for(kStep);
+            m_Ledger.Differ(m_Name + ": accepts nothing");
         }
     }
     if (!m_Owed.Wait(kPatience, [](int count) { return count == 0; }))
