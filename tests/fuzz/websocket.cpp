@@ -49,6 +49,10 @@ struct Plan
 
 void Receive(Request& request, const Plan& plan, std::vector<Message>& received)
 {
+    request.m_OnFinish = []
+    {
+        FUZZ_CHECK(!"a WebSocket ends silently");
+    };
     request.m_OnWsData = [&](const char* data, std::size_t len, int type)
     {
         received.push_back({std::string(data, len), type});
