@@ -78,6 +78,7 @@ public:
     int SetUploadSize();
     int SetOptions();
     int GetTexts();
+    int GetResponse();
     int GetResponseCode();
     int StopTimer();
     int AgainTimer();

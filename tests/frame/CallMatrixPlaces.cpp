@@ -11,6 +11,12 @@ namespace
 
 constexpr std::uint64_t kNeverMs = 1000 * 1000;
 
+#ifdef _WIN32
+constexpr char kNoFile[] = "NUL";
+#else
+constexpr char kNoFile[] = "/dev/null";
+#endif
+
 } // namespace
 
 void CallMatrixFixture::InOnFinish(const Probe& probe)
@@ -306,7 +312,8 @@ int CallMatrixFixture::SetOptions()
 {
     const std::list<std::string> headers{"X-Test: 1"};
     return m_pRequest->SetProgress(false) + m_pRequest->SetCaCert(nullptr) +
-           m_pRequest->SetHeaders(&headers) + m_pRequest->EnableVerbose();
+           m_pRequest->SetHeaders(&headers) + m_pRequest->EnableVerbose() +
+           m_pRequest->SetDownloadFile(kNoFile);
 }
 
 /// Those that do at any time: 0 when they answer.
@@ -316,6 +323,12 @@ int CallMatrixFixture::GetTexts()
     EXPECT_FALSE(m_pRequest->GetUrl().empty());
     EXPECT_EQ(m_pRequest->GetTag(), "tag");
     return 0;
+}
+
+/// Its size.
+int CallMatrixFixture::GetResponse()
+{
+    return static_cast<int>(m_pRequest->GetResponse().size());
 }
 
 int CallMatrixFixture::GetResponseCode()
