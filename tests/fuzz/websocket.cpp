@@ -49,10 +49,6 @@ struct Plan
 
 void Receive(Request& request, const Plan& plan, std::vector<Message>& received)
 {
-    request.m_OnFinish = []
-    {
-        FUZZ_CHECK(!"a WebSocket ends silently");
-    };
     request.m_OnWsData = [&](const char* data, std::size_t len, int type)
     {
         received.push_back({std::string(data, len), type});
@@ -108,9 +104,15 @@ void Run(const Plan& plan)
     FUZZ_CHECK(request->Init(url, nullptr, kWebSocket, 0));
     FUZZ_CHECK(!plan.verbose || request->Handle()->EnableVerbose() == 0);
     Receive(*request, plan, received);
+    bool finished = false;
+    request->m_OnFinish = [&]
+    {
+        finished = true;
+    };
     FUZZ_CHECK(request->Add() == 0);
     FUZZ_CHECK(bench.Server().WaitUntilLeft());
     Request::Delete(std::move(request));
+    FUZZ_CHECK(!finished); // a WebSocket ends silently
     CheckReceived(plan, received);
 }
 
