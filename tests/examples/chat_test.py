@@ -11,7 +11,7 @@ from websockets.legacy.server import serve
 
 LIMIT_S = 60
 LONG_MS = 40000  # a heartbeat that no test waits for
-SHORT_MS = 2000
+SHORT_MS = 4000
 
 
 async def closes(connection):
