@@ -242,5 +242,36 @@ TEST_F(QueueStopTest, DeletesFromACancelledTimerAddAreAnswered)
     EXPECT_EQ(cancelled.Count(), 1);
 }
 
+// The final drain takes what is queued by then; what the drain around it has
+// taken before comes later.
+TEST_F(QueueStopTest, OperationsBehindACompletionThatStopsArePerformedLast)
+{
+    StartEngine();
+    std::vector<std::string> completed;
+    const auto queueDelete = [&](const std::string& name, const std::function<void()>& then)
+    {
+        const auto timer = ITimerHandleInterface::Create(std::shared_ptr<ITimerHandleNotic>(),
+                                                         kNeverMs, 0, nullptr);
+        const auto done = [&completed, name, then](auto, void*, int)
+        {
+            completed.push_back(name);
+            then();
+        };
+        EXPECT_EQ(m_pEngine->DelTimerReq(timer, true, done, nullptr), 0);
+    };
+    const auto stop = [&]
+    {
+        queueDelete("queued later", [] {});
+        EXPECT_EQ(m_pEngine->Stop(false), 0);
+    };
+    {
+        HeldLoop held(m_pEngine);
+        queueDelete("stops", stop);
+        queueDelete("behind it", [] {});
+    }
+    ASSERT_TRUE(m_pEngineNotic->m_Stopped.Wait());
+    EXPECT_EQ(completed, (std::vector<std::string>{"stops", "queued later", "behind it"}));
+}
+
 } // namespace
 } // namespace test

@@ -36,7 +36,8 @@ class LifecycleTest(unittest.TestCase):
         self.start()
         keys, records = read_env(self.folder), with_descendants(read_records(self.folder))
         self.assertEqual({"supervisor", "nginx", "hostile", "httpbin", "child of httpbin",
-                          "websocket", "libwebsockets", "websocket-peer"},
+                          "websocket", "node", "libwebsockets", "libwebsockets-tls",
+                          "websocket-peer"},
                          {record.name for record in records})
         self.assertTrue(all(map(processes.is_running, records)))
         self.assertEqual(0, servers("stop", self.folder).returncode)

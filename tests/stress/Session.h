@@ -70,6 +70,8 @@ public:
     // Loop thread:
     bool Accepts();
     void StopInLoop(bool viaAsync);
+    /// Loop thread.
+    bool IsStoppedInLoop() const { return m_bStoppedInLoop; }
     void StopBehindAnAdd(std::uint64_t id);
     void DeleteAnother(const Entry& self);
     bool IsInsideLibcurl() const { return m_InsideLibcurl > 0; }

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace stress
@@ -47,6 +48,8 @@ private:
     static int TypeOf(int number);
     bool SendOne(Lane lane, int number);
     void ReceivedEcho(const std::string& message, int type);
+    bool IsEchoOf(Lane lane, int number, const std::string& message, int type) const;
+    bool HasOvertaken(const std::string& message, int type);
     void ReceivedPush(const std::string& message, int type);
     void Verified(std::size_t bytes);
 
@@ -54,6 +57,7 @@ private:
     std::atomic<bool> m_bOpen{false};
     std::array<std::atomic<int>, kLanes> m_Sent{};
     std::array<std::atomic<int>, kLanes> m_Received{};
+    std::set<int> m_Overtaking; ///< the host's that came before an older one; loop thread
 };
 
 } // namespace stress
