@@ -2,6 +2,33 @@
 
 #include <atomic>
 #include <cstdarg>
+#include <new>
+
+namespace test
+{
+namespace
+{
+
+/// An object that is never destroyed, since threads may outlive main, and that
+/// takes no memory from `new`, which a test may be counting.
+template <typename Object>
+class Lasting
+{
+public:
+    template <typename... Args>
+    explicit Lasting(const Args&... args) : m_Object(*new (m_Memory) Object(args...))
+    {
+    }
+
+    Object& Get() { return m_Object; }
+
+private:
+    alignas(Object) unsigned char m_Memory[sizeof(Object)];
+    Object& m_Object;
+};
+
+} // namespace
+} // namespace test
 
 // What the linker puts in the place of `name`, and under `real` the original.
 #define HTTP_INTERFACE_HOOK(result, name, parameters, arguments, subject, detail)                  \
@@ -16,8 +43,8 @@
     {                                                                                              \
     Hook<result parameters>& name()                                                                \
     {                                                                                              \
-        static auto& hook = *new Hook<result parameters>(#name, __real_##name);                    \
-        return hook;                                                                               \
+        static Lasting<Hook<result parameters>> hook(#name, __real_##name);                        \
+        return hook.Get();                                                                         \
     }                                                                                              \
     }
 
@@ -40,10 +67,10 @@
     {                                                                                              \
     Hook<result(Handle, Option, void*)>& name()                                                    \
     {                                                                                              \
-        static auto& hook = *new Hook<result(Handle, Option, void*)>(                              \
+        static Lasting<Hook<result(Handle, Option, void*)>> hook(                                  \
             #name, [](Handle handle, Option option, void* value)                                   \
             { return __real_##name(handle, option, value); });                                     \
-        return hook;                                                                               \
+        return hook.Get();                                                                         \
     }                                                                                              \
     }
 
