@@ -13,8 +13,7 @@ TEST_F(EachNthCallOf, NewOnTheHostsThread)
     Fail(Allocator::NewOnHostThread, consequence, kAllParts);
 }
 
-// Apart, since the order among requests and a timer varies, so that a call
-// could be skipped.
+// Apart, since the order among them varies, so that a call could be skipped.
 TEST_F(EachNthCallOf, NewOnTheLoopThreadOfATimer)
 {
     Consequence consequence;
@@ -23,11 +22,19 @@ TEST_F(EachNthCallOf, NewOnTheLoopThreadOfATimer)
     Fail(Allocator::NewOnLoopThread, consequence, kTimerPart);
 }
 
+TEST_F(EachNthCallOf, NewOnTheLoopThreadOfADeleteInsideANotice)
+{
+    Consequence consequence;
+    consequence.refused = true;
+    consequence.failed = true;
+    Fail(Allocator::NewOnLoopThread, consequence, kDeletedPart);
+}
+
 TEST_F(EachNthCallOf, NewOnTheLoopThreadOfRequests)
 {
     Consequence consequence;
     consequence.failed = true;
-    Fail(Allocator::NewOnLoopThread, consequence, kAllParts & ~kTimerPart);
+    Fail(Allocator::NewOnLoopThread, consequence, kAllParts & ~(kTimerPart | kDeletedPart));
 }
 
 TEST_F(EachNthCallOf, MallocInLibuv)
